@@ -1,5 +1,5 @@
 #pragma once
 
-// The product's web host, shared by the About window and the JVM agent's
-// class-download URL. Plain HTTP on purpose: the agent fetches without TLS.
+// The product's web host, plain HTTP, without a trailing "/". The About
+// window's pages and the JVM agent's class downloads both live under it.
 inline constexpr const char kProductWebHost[] = "http://www.quillonserver.com";
