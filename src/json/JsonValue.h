@@ -4,6 +4,7 @@
 #include <QStringView>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -33,6 +34,7 @@ public:
 
 private:
     friend class JsonReader;
+    friend class JsonWriter;
     bool m_negative = false;
     std::string m_digits;   // significant digits, no leading or trailing zeros; empty for zero
     int m_exponent = 0;     // value = digits * 10^exponent
@@ -105,6 +107,8 @@ public:
     bool operator!=(const JsonValue &other) const { return !(*this == other); }
 
 private:
+    friend class JsonReader;
+    friend class JsonWriter;
     struct Data;
     std::shared_ptr<const Data> m_data; // immutable, shared on copy; null for JSON null
 };

@@ -1,0 +1,78 @@
+#pragma once
+
+// Internal to the JSON library: the reader and writer classes that the value
+// model names as friends. Not part of the public interface.
+
+#include "json/JsonValue.h"
+
+#include <QHash>
+
+#include <variant>
+
+struct JsonValue::Data
+{
+    // Alternative order follows Type, offset by one (Null has no data).
+    std::variant<bool, JsonDecimal, QString, JsonArray, JsonObject> value;
+
+    template <typename T>
+    explicit Data(T &&v) : value(std::forward<T>(v)) {}
+};
+
+class JsonReader
+{
+public:
+    // Significant digits and decimal exponent kept for numbers read from text,
+    // the same bounds as the platform decimal type of the original system.
+    static constexpr int kMaxDigits = 38;
+    static constexpr int kMinExponent = -128;
+    static constexpr int kMaxExponent = 127;
+
+    // Reads the longest decimal at `begin`: optional sign, digits, optional
+    // "." and digits, optional exponent. On success `*stop` is the first
+    // character after it. `limited` applies the bounds above (fails outside).
+    static bool scanDecimal(const char16_t *begin, const char16_t *end, const char16_t **stop,
+                            JsonDecimal &out, bool limited);
+
+    explicit JsonReader(QStringView text);
+    std::optional<JsonObject> readTopLevel();
+
+private:
+    bool skipWhiteSpace();
+    bool matchToken(char16_t token);
+    bool scanObject(JsonObject &out);
+    bool scanArray(JsonArray &out);
+    bool scanValue(JsonValue &out);
+    bool scanString(QString &out, bool isKey);
+    bool scanNumber(JsonValue &out);
+    bool startsWith(const char *keyword, qsizetype length) const;
+    bool enter();
+    void leave() { --m_depth; }
+    QString internedKey(const char16_t *chars, qsizetype length);
+
+    const char16_t *m_text;
+    qsizetype m_length;
+    qsizetype m_pos = 0;
+    qsizetype m_contentEnd; // one past the last character that is not a blank
+    int m_depth = 0;
+    bool m_fault = false;   // ran past the end or too deep: the whole read fails
+    QHash<QStringView, QString> m_keys; // views point into the cached strings
+};
+
+class JsonWriter
+{
+public:
+    QString write(const JsonObject &dictionary);
+
+private:
+    void writeObject(const JsonObject &object);
+    void writeArray(const JsonArray &array);
+    void writeValue(const JsonValue &value);
+    void writeString(const QString &string);
+    void writeDecimal(const JsonDecimal &number);
+    void writeAscii(const char *text, qsizetype length);
+    void reserve(qsizetype more);
+
+    QString m_out;
+    char16_t *m_cursor = nullptr;
+    char16_t *m_limit = nullptr;
+};

@@ -1,0 +1,332 @@
+#include "json/JsonInternal.h"
+
+#include <QChar>
+
+// The reader is deliberately lenient: optional and trailing commas, members
+// dropped when their value is missing and "}" follows, keywords matched as
+// prefixes, unknown escapes kept verbatim. Wherever the scanner it mimics
+// would have run past the end of the text, the whole read fails instead.
+
+namespace {
+
+// Blanks and line ends: the tab to carriage-return controls, NEL and every
+// Unicode separator (space, line and paragraph).
+inline bool isBlank(char16_t c)
+{
+    if (c <= 0x20)
+        return c == 0x20 || (c >= 0x09 && c <= 0x0D);
+    if (c < 0x85)
+        return false;
+    return QChar::isSpace(char32_t(c));
+}
+
+inline int hexValue(char16_t c)
+{
+    if (c >= u'0' && c <= u'9')
+        return c - u'0';
+    if (c >= u'a' && c <= u'f')
+        return c - u'a' + 10;
+    if (c >= u'A' && c <= u'F')
+        return c - u'A' + 10;
+    return -1;
+}
+
+// The value of the leading hexadecimal digits of exactly four characters, after
+// optional blanks and an optional "0x"; U+0000 when there is no digit at all.
+char16_t hexUnit(const char16_t *chars)
+{
+    const char16_t *p = chars;
+    const char16_t *end = chars + 4;
+    while (p < end && isBlank(*p))
+        ++p;
+    if (end - p >= 3 && p[0] == u'0' && (p[1] == u'x' || p[1] == u'X') && hexValue(p[2]) >= 0)
+        p += 2;
+    unsigned value = 0;
+    for (; p < end && hexValue(*p) >= 0; ++p)
+        value = value * 16 + unsigned(hexValue(*p));
+    return char16_t(value);
+}
+
+constexpr qsizetype kMaxInternedKeyLength = 64;
+constexpr qsizetype kMaxInternedKeys = 2048;
+
+} // namespace
+
+std::optional<JsonObject> dictionaryWithJSONString(QStringView text)
+{
+    return JsonReader(text).readTopLevel();
+}
+
+JsonReader::JsonReader(QStringView text)
+    : m_text(text.utf16()), m_length(text.size()), m_contentEnd(text.size())
+{
+    while (m_contentEnd > 0 && isBlank(m_text[m_contentEnd - 1]))
+        --m_contentEnd;
+}
+
+std::optional<JsonObject> JsonReader::readTopLevel()
+{
+    JsonObject object;
+    if (!enter())
+        return std::nullopt;
+    const bool ok = scanObject(object);
+    leave();
+    if (!ok || m_fault)
+        return std::nullopt;
+    return object;
+}
+
+bool JsonReader::enter()
+{
+    if (++m_depth > kJsonMaxDepth) {
+        m_fault = true;
+        return false;
+    }
+    return true;
+}
+
+// Skips blanks at the cursor. Reaching the end of the text is a fault: the
+// caller is always about to look at the next character.
+bool JsonReader::skipWhiteSpace()
+{
+    while (m_pos < m_length && isBlank(m_text[m_pos]))
+        ++m_pos;
+    if (m_pos >= m_length) {
+        m_fault = true;
+        return false;
+    }
+    return true;
+}
+
+// A one-character token after optional blanks; on a mismatch the cursor
+// stays where it was, before the blanks.
+bool JsonReader::matchToken(char16_t token)
+{
+    qsizetype p = m_pos;
+    while (p < m_length && isBlank(m_text[p]))
+        ++p;
+    if (p < m_length && m_text[p] == token) {
+        m_pos = p + 1;
+        return true;
+    }
+    return false;
+}
+
+bool JsonReader::startsWith(const char *keyword, qsizetype length) const
+{
+    if (m_length - m_pos < length)
+        return false;
+    for (qsizetype i = 0; i < length; ++i) {
+        if (m_text[m_pos + i] != char16_t(keyword[i]))
+            return false;
+    }
+    return true;
+}
+
+bool JsonReader::scanObject(JsonObject &out)
+{
+    if (!matchToken(u'{'))
+        return false;
+    if (!skipWhiteSpace())
+        return false;
+    for (;;) {
+        QString key;
+        if (!scanString(key, true)) {
+            if (m_fault)
+                return false;
+            break;
+        }
+        if (!matchToken(u':'))
+            break;
+        JsonValue value;
+        if (!scanValue(value)) {
+            if (m_fault)
+                return false;
+            break;
+        }
+        out.insert(key, std::move(value));
+        if (!skipWhiteSpace())
+            return false;
+        if (m_text[m_pos] == u',')
+            ++m_pos;
+    }
+    return matchToken(u'}');
+}
+
+bool JsonReader::scanArray(JsonArray &out)
+{
+    matchToken(u'[');
+    JsonValue value;
+    while (scanValue(value)) {
+        out.push_back(std::move(value));
+        value = JsonValue();
+        if (!skipWhiteSpace())
+            return false;
+        if (m_text[m_pos] == u',')
+            ++m_pos;
+    }
+    if (m_fault)
+        return false;
+    return matchToken(u']');
+}
+
+bool JsonReader::scanValue(JsonValue &out)
+{
+    if (!skipWhiteSpace())
+        return false;
+    const char16_t c = m_text[m_pos];
+    switch (c) {
+    case u'"': {
+        QString string;
+        if (!scanString(string, false))
+            return false;
+        out.m_data = std::make_shared<const JsonValue::Data>(std::move(string));
+        return true;
+    }
+    case u'{': {
+        if (!enter())
+            return false;
+        JsonObject object;
+        const bool ok = scanObject(object);
+        leave();
+        if (!ok)
+            return false;
+        out.m_data = std::make_shared<const JsonValue::Data>(std::move(object));
+        return true;
+    }
+    case u'[': {
+        if (!enter())
+            return false;
+        JsonArray array;
+        const bool ok = scanArray(array);
+        leave();
+        if (!ok)
+            return false;
+        out.m_data = std::make_shared<const JsonValue::Data>(std::move(array));
+        return true;
+    }
+    default:
+        break;
+    }
+    if (startsWith("true", 4)) {
+        out = JsonValue(true);
+        m_pos += 4;
+        return true;
+    }
+    if (startsWith("false", 5)) {
+        out = JsonValue(false);
+        m_pos += 5;
+        return true;
+    }
+    if (startsWith("null", 4)) {
+        out = JsonValue();
+        m_pos += 4;
+        return true;
+    }
+    // Any decimal digit starts a number, but only ASCII digits read as one.
+    if (c == u'-' || (c >= u'0' && c <= u'9') || (c >= 0x80 && QChar::isDigit(char32_t(c))))
+        return scanNumber(out);
+    return false;
+}
+
+bool JsonReader::scanNumber(JsonValue &out)
+{
+    JsonDecimal number;
+    const char16_t *stop = nullptr;
+    if (!scanDecimal(m_text + m_pos, m_text + m_length, &stop, number, true))
+        return false;
+    m_pos = stop - m_text;
+    out.m_data = std::make_shared<const JsonValue::Data>(std::move(number));
+    return true;
+}
+
+QString JsonReader::internedKey(const char16_t *chars, qsizetype length)
+{
+    const QStringView view(chars, length);
+    const auto it = m_keys.constFind(view);
+    if (it != m_keys.constEnd())
+        return it.value();
+    QString key(reinterpret_cast<const QChar *>(chars), length);
+    if (length <= kMaxInternedKeyLength && m_keys.size() < kMaxInternedKeys)
+        m_keys.insert(QStringView(key), key); // the view points into the stored copy's data
+    return key;
+}
+
+bool JsonReader::scanString(QString &out, bool isKey)
+{
+    if (!matchToken(u'"'))
+        return false;
+    const char16_t *text = m_text;
+    qsizetype pos = m_pos;
+    // The loop ends where only blanks remain, not only at the very end.
+    const qsizetype end = m_contentEnd;
+
+    // Most strings have no escape: take them in one piece.
+    qsizetype scan = pos;
+    while (scan < end && text[scan] != u'"' && text[scan] != u'\\')
+        ++scan;
+    if (scan < end && text[scan] == u'"') {
+        if (isKey)
+            out = internedKey(text + pos, scan - pos);
+        else
+            out = QString(reinterpret_cast<const QChar *>(text + pos), scan - pos);
+        m_pos = scan + 1;
+        return true;
+    }
+
+    QString result;
+    result.reserve(scan - pos + 16);
+    result.append(reinterpret_cast<const QChar *>(text + pos), scan - pos);
+    pos = scan;
+    while (pos < end) {
+        const char16_t c = text[pos];
+        if (c == u'"')
+            break;
+        if (c != u'\\') {
+            qsizetype run = pos + 1;
+            while (run < end && text[run] != u'"' && text[run] != u'\\')
+                ++run;
+            result.append(reinterpret_cast<const QChar *>(text + pos), run - pos);
+            pos = run;
+            continue;
+        }
+        if (pos + 1 >= m_length) {
+            m_fault = true;
+            return false;
+        }
+        const char16_t next = text[pos + 1];
+        char16_t unit = 0;
+        switch (next) {
+        case u'"': unit = u'"'; break;
+        case u'\\': unit = u'\\'; break;
+        case u'b': unit = 0x08; break;
+        case u'f': unit = 0x0C; break;
+        case u'n': unit = 0x0A; break;
+        case u'r': unit = 0x0D; break;
+        case u't': unit = 0x09; break;
+        case u'u':
+            if (m_length - (pos + 2) < 4) {
+                m_fault = true;
+                return false;
+            }
+            // Each escape is one UTF-16 unit, so an escaped surrogate pair joins.
+            result.append(QChar(hexUnit(text + pos + 2)));
+            pos += 6;
+            continue;
+        default:
+            // Unknown escapes, "\/" among them, keep both characters.
+            result.append(QChar(u'\\'));
+            result.append(QChar(next));
+            pos += 2;
+            continue;
+        }
+        result.append(QChar(unit));
+        pos += 2;
+    }
+    m_pos = pos;
+    if (pos >= end)
+        return false;
+    m_pos = pos + 1; // the closing quote
+    out = std::move(result);
+    return true;
+}
