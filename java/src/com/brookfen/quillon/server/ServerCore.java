@@ -1,0 +1,391 @@
+package com.brookfen.quillon.server;
+
+import com.sun.net.httpserver.HttpExchange;
+import com.sun.net.httpserver.HttpServer;
+
+import java.io.File;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.net.BindException;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Paths;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.CopyOnWriteArrayList;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.ScheduledExecutorService;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * The running server: settings, logs, the HTTP listener and the converter. The control
+ * classes are its only callers; it is one per JVM.
+ */
+public final class ServerCore {
+    public static final int STANDARD_PORT = 45631;
+    /** Leave unset to listen on every interface; tests pin it to 127.0.0.1. */
+    public static final String BIND_ADDRESS_PROPERTY = "quillon.bind.address";
+    private static final int RESCAN_SECONDS = 60;
+
+    private static final ServerCore INSTANCE = new ServerCore();
+
+    private final LogBook logs = new LogBook(LogBook.DEFAULT_LIMIT);
+    private final Converter converter = new Converter(logs);
+    private final List<Runnable> stateListeners = new CopyOnWriteArrayList<>();
+
+    private volatile File appFolder;
+    private volatile String computerName = defaultComputerName();
+    private volatile String passwordDigest = "";
+    private volatile String faacPath;
+    private volatile String muxerPath;
+
+    private int defaultPort = STANDARD_PORT;
+    private HttpServer http;
+    private ExecutorService httpThreads;
+    private int boundPort = -1;
+    private ScheduledExecutorService rescans;
+
+    private ServerCore() {
+    }
+
+    public static ServerCore get() {
+        return INSTANCE;
+    }
+
+    public LogBook logs() {
+        return logs;
+    }
+
+    public Converter converter() {
+        return converter;
+    }
+
+    /** Called (on some server thread) after the server started or stopped. */
+    public void addStateListener(Runnable r) {
+        stateListeners.add(r);
+    }
+
+    private void fireStateChanged() {
+        for (Runnable r : stateListeners) {
+            r.run();
+        }
+    }
+
+    static String defaultComputerName() {
+        try {
+            String name = new String(Files.readAllBytes(Paths.get("/proc/sys/kernel/hostname")),
+                    StandardCharsets.UTF_8).trim();
+            if (!name.isEmpty()) {
+                return name;
+            }
+        } catch (IOException | RuntimeException ignored) {
+            // fall through to the environment
+        }
+        String env = System.getenv("HOSTNAME");
+        return env == null || env.isEmpty() ? "localhost" : env;
+    }
+
+    // ---- settings ----
+
+    public void setAppFolder(File folder) {
+        appFolder = folder;
+        converter.setOutputFolder(folder == null ? null : new File(folder, "Converted"));
+    }
+
+    public File getAppFolder() {
+        return appFolder;
+    }
+
+    public void setComputerName(String name) {
+        computerName = name == null ? "" : name;
+        logs.append(LogBook.REMOTE, "Computer name: " + computerName);
+    }
+
+    public String getComputerName() {
+        return computerName;
+    }
+
+    public void setPasswordDigest(String digest) {
+        passwordDigest = digest == null ? "" : digest.trim();
+        logs.append(LogBook.REMOTE, passwordDigest.isEmpty() ? "Password protection off" : "Password protection on");
+    }
+
+    public String getPasswordDigest() {
+        return passwordDigest;
+    }
+
+    public void setFaacPath(String path) {
+        faacPath = path;
+    }
+
+    public String getFaacPath() {
+        return faacPath;
+    }
+
+    public void setMuxerPath(String path) {
+        muxerPath = path;
+    }
+
+    public String getMuxerPath() {
+        return muxerPath;
+    }
+
+    public synchronized int getDefaultPort() {
+        return defaultPort;
+    }
+
+    /**
+     * Port 0 asks the system for any free port. A running server moves to a new port at once
+     * when that port can be bound, and otherwise keeps the one it has.
+     */
+    public void setDefaultPort(int port) {
+        boolean moved = false;
+        synchronized (this) {
+            if (port < 0 || port > 65535) {
+                logs.append(LogBook.REMOTE, "Port " + port + " refused: out of range; keeping " + defaultPort);
+                return;
+            }
+            defaultPort = port;
+            logs.append(LogBook.REMOTE, "Port set to " + port);
+            if (http != null && port != 0 && port != boundPort) {
+                int old = boundPort;
+                HttpServer oldHttp = http;
+                ExecutorService oldThreads = httpThreads;
+                http = null;
+                if (bind(port) > 0) {
+                    oldHttp.stop(0);
+                    oldThreads.shutdownNow();
+                    logs.append(LogBook.REMOTE, "Server moved from port " + old + " to " + boundPort);
+                    moved = true;
+                } else {
+                    http = oldHttp;
+                    httpThreads = oldThreads;
+                    boundPort = old;
+                    logs.append(LogBook.REMOTE, "Server stays on port " + old);
+                }
+            }
+        }
+        if (moved) {
+            fireStateChanged();
+        }
+    }
+
+    // ---- lifecycle ----
+
+    public synchronized boolean isRunning() {
+        return http != null;
+    }
+
+    /** The port the server listens on, or -1 when it is stopped. */
+    public synchronized int getBoundPort() {
+        return http == null ? -1 : boundPort;
+    }
+
+    /** Starts listening; returns the bound port, or -1 when the port could not be bound. */
+    public int start() {
+        int port;
+        synchronized (this) {
+            if (http != null) {
+                logs.append(LogBook.REMOTE, "Server already running on port " + boundPort);
+                return boundPort;
+            }
+            port = bind(defaultPort);
+            if (port < 0) {
+                return -1;
+            }
+            logs.append(LogBook.REMOTE, "Server started on port " + port);
+        }
+        fireStateChanged();
+        return port;
+    }
+
+    /** Binds and starts a listener into http/boundPort; -1 (logged) on failure. */
+    private int bind(int port) {
+        String address = System.getProperty(BIND_ADDRESS_PROPERTY);
+        try {
+            InetSocketAddress where = address == null || address.isEmpty()
+                    ? new InetSocketAddress(port)
+                    : new InetSocketAddress(InetAddress.getByName(address), port);
+            HttpServer server = HttpServer.create(where, 16);
+            ExecutorService threads = Executors.newFixedThreadPool(4, r -> {
+                Thread t = new Thread(r, "quillon-http");
+                t.setDaemon(true);
+                return t;
+            });
+            server.setExecutor(threads);
+            server.createContext("/", this::handle);
+            server.start();
+            http = server;
+            httpThreads = threads;
+            boundPort = server.getAddress().getPort();
+            return boundPort;
+        } catch (BindException e) {
+            fail("Couldn't start the server: port " + port + " is in use");
+        } catch (IOException | RuntimeException e) {
+            fail("Couldn't start the server on port " + port + ": " + e.getMessage());
+        }
+        return -1;
+    }
+
+    private void fail(String line) {
+        logs.append(LogBook.REMOTE, line);
+        System.err.println(line);
+    }
+
+    public void stop() {
+        synchronized (this) {
+            if (http == null) {
+                return;
+            }
+            http.stop(0);
+            httpThreads.shutdownNow();
+            http = null;
+            httpThreads = null;
+            logs.append(LogBook.REMOTE, "Server stopped (port " + boundPort + ")");
+            boundPort = -1;
+        }
+        fireStateChanged();
+    }
+
+    /** The end of the server's life in this process: stop listening and converting. */
+    public void quit() {
+        stop();
+        synchronized (this) {
+            if (rescans != null) {
+                rescans.shutdownNow();
+                rescans = null;
+            }
+        }
+        converter.shutdown();
+    }
+
+    /** The controller has pushed its settings: look for work now and then regularly. */
+    public void initialized() {
+        logs.append(LogBook.CONVERSION, "Settings received; converter " + (converter.isUsable() ? "ready" : "not configured"));
+        synchronized (this) {
+            if (rescans == null) {
+                rescans = Executors.newSingleThreadScheduledExecutor(r -> {
+                    Thread t = new Thread(r, "quillon-scan");
+                    t.setDaemon(true);
+                    return t;
+                });
+                rescans.scheduleWithFixedDelay(this::scanConversionFolders, 0, RESCAN_SECONDS, TimeUnit.SECONDS);
+                return;
+            }
+        }
+        scanConversionFolders();
+    }
+
+    public int scanConversionFolders() {
+        List<File> folders = new ArrayList<>();
+        for (LibraryFolders.Entry e : LibraryFolders.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE)) {
+            if (e.location != null) {
+                folders.add(new File(e.location));
+            }
+        }
+        try {
+            return converter.scan(folders);
+        } catch (RuntimeException e) {
+            logs.append(LogBook.CONVERSION, "Scan failed: " + e);
+            return 0;
+        }
+    }
+
+    // ---- HTTP ----
+
+    private void handle(HttpExchange ex) throws IOException {
+        try {
+            if (!PasswordCheck.accepts(passwordDigest, ex.getRequestHeaders().getFirst("Authorization"))) {
+                ex.getResponseHeaders().set("WWW-Authenticate", "Basic realm=\"Quillon Server\", charset=\"UTF-8\"");
+                send(ex, 401, "text/plain; charset=utf-8", "Password required\n");
+                return;
+            }
+            String method = ex.getRequestMethod();
+            if (!method.equals("GET") && !method.equals("HEAD")) {
+                ex.getResponseHeaders().set("Allow", "GET, HEAD");
+                send(ex, 405, "text/plain; charset=utf-8", "Method not allowed\n");
+                return;
+            }
+            String path = ex.getRequestURI().getPath();
+            if (!path.equals("/") && !path.equals("/index.html")) {
+                send(ex, 404, "text/plain; charset=utf-8", "Not found\n");
+                return;
+            }
+            send(ex, 200, "text/html; charset=utf-8", statusPage());
+        } finally {
+            ex.close();
+        }
+    }
+
+    private static void send(HttpExchange ex, int status, String type, String body) throws IOException {
+        byte[] bytes = body.getBytes(StandardCharsets.UTF_8);
+        ex.getResponseHeaders().set("Content-Type", type);
+        boolean head = ex.getRequestMethod().equals("HEAD");
+        ex.sendResponseHeaders(status, head ? -1 : bytes.length);
+        if (!head) {
+            try (OutputStream out = ex.getResponseBody()) {
+                out.write(bytes);
+            }
+        }
+    }
+
+    /** The human-readable state of the server. */
+    public String statusPage() {
+        StringBuilder sb = new StringBuilder(1024);
+        String name = html(computerName);
+        sb.append("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Quillon Server on ")
+                .append(name).append("</title></head><body>\n<h1>Quillon Server</h1>\n");
+        sb.append("<p>Computer: ").append(name).append("</p>\n");
+        int port = getBoundPort();
+        sb.append("<p>State: ").append(port > 0 ? "running on port " + port : "stopped").append("</p>\n");
+        listFolders(sb, "Shared folders", LibraryFolders.read(appFolder, LibraryFolders.FOLDERS_FILE));
+        listFolders(sb, "Conversion folders",
+                LibraryFolders.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE));
+        sb.append("<h2>Conversion</h2>\n<p>");
+        String converting = converter.currentName();
+        sb.append(converting == null ? "Nothing is being converted." : "Converting " + html(converting) + ".");
+        sb.append(" Waiting: ").append(converter.waitingCount()).append("</p>\n</body></html>\n");
+        return sb.toString();
+    }
+
+    private static void listFolders(StringBuilder sb, String title, List<LibraryFolders.Entry> entries) {
+        sb.append("<h2>").append(title).append("</h2>\n");
+        if (entries.isEmpty()) {
+            sb.append("<p>None.</p>\n");
+            return;
+        }
+        sb.append("<ul>\n");
+        for (LibraryFolders.Entry e : entries) {
+            sb.append("<li>").append(html(e.name));
+            if (e.type != null && !e.type.equals("DiskFolder")) {
+                sb.append(" (playlist)");
+            }
+            if (e.location != null) {
+                sb.append(" &mdash; ").append(html(e.location));
+            }
+            sb.append("</li>\n");
+        }
+        sb.append("</ul>\n");
+    }
+
+    static String html(String s) {
+        if (s == null) {
+            return "";
+        }
+        StringBuilder sb = new StringBuilder(s.length());
+        for (int i = 0; i < s.length(); i++) {
+            char c = s.charAt(i);
+            switch (c) {
+                case '<': sb.append("&lt;"); break;
+                case '>': sb.append("&gt;"); break;
+                case '&': sb.append("&amp;"); break;
+                case '"': sb.append("&quot;"); break;
+                default: sb.append(c);
+            }
+        }
+        return sb.toString();
+    }
+}
