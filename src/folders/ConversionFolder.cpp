@@ -1,0 +1,62 @@
+#include "folders/ConversionFolder.h"
+
+#include "folders/Folder.h"
+#include "folders/FolderFile.h"
+
+bool ConversionFolder::operator==(const ConversionFolder &other) const
+{
+    return FolderFile::sameString(m_folderId, other.m_folderId)
+        && FolderFile::sameString(m_name, other.m_name)
+        && FolderFile::sameString(m_location, other.m_location);
+}
+
+QString ConversionFolder::applicationFolderName()
+{
+    return Folder::applicationFolderName();
+}
+
+QString ConversionFolder::foldersFileName()
+{
+    return applicationFolderName() + QStringLiteral("/conversion-folders.txt");
+}
+
+void ConversionFolder::saveFolders(const QList<ConversionFolder> &folders)
+{
+    JsonArray array;
+    array.reserve(size_t(folders.size()));
+    for (const ConversionFolder &folder : folders) {
+        JsonObject object;
+        if (!folder.name().isNull()) {
+            object.insert(QStringLiteral("name"), folder.name());
+            if (!folder.location().isNull()) {
+                object.insert(QStringLiteral("id"), folder.location());
+                if (!folder.folderId().isNull())
+                    object.insert(QStringLiteral("folderId"), folder.folderId());
+            }
+        }
+        array.push_back(JsonValue(std::move(object)));
+    }
+    FolderFile::write(applicationFolderName(), foldersFileName(), std::move(array));
+}
+
+QList<ConversionFolder> ConversionFolder::loadFolders()
+{
+    const std::optional<QString> text = FolderFile::read(foldersFileName());
+    if (!text)
+        return {};
+
+    const JsonArray elements = FolderFile::foldersOf(*text);
+    QList<ConversionFolder> folders;
+    folders.reserve(qsizetype(elements.size()));
+    for (const JsonValue &element : elements) {
+        if (!element.isObject())
+            continue;
+        const JsonObject &object = element.toObject();
+        ConversionFolder folder;
+        folder.setName(FolderFile::stringMember(object, "name"));
+        folder.setLocation(FolderFile::stringMember(object, "id"));
+        folder.setFolderId(FolderFile::stringMember(object, "folderId"));
+        folders.append(folder);
+    }
+    return folders;
+}

@@ -1,0 +1,83 @@
+#include "folders/Folder.h"
+
+#include "folders/FolderFile.h"
+
+#include <QDir>
+
+bool Folder::operator==(const Folder &other) const
+{
+    return m_type == other.m_type && FolderFile::sameString(m_folderId, other.m_folderId)
+        && FolderFile::sameString(m_name, other.m_name)
+        && FolderFile::sameString(m_location, other.m_location);
+}
+
+QString Folder::applicationFolderName()
+{
+    return QDir::homePath() + QStringLiteral("/Library/Application Support/QuillonServer");
+}
+
+QString Folder::foldersFileName()
+{
+    return applicationFolderName() + QStringLiteral("/folders.txt");
+}
+
+QString Folder::alternativeApplicationFolderName()
+{
+    return QDir::homePath() + QStringLiteral("/Library/Application Support/TarnwickServer");
+}
+
+QString Folder::alternativeFoldersFileName()
+{
+    return alternativeApplicationFolderName() + QStringLiteral("/folders.txt");
+}
+
+void Folder::saveFolders(const QList<Folder> &folders)
+{
+    JsonArray array;
+    array.reserve(size_t(folders.size()));
+    for (const Folder &folder : folders) {
+        // An absent value ends the object: the server reads the members in
+        // this order and stops at the first one missing.
+        JsonObject object;
+        if (!folder.name().isNull()) {
+            object.insert(QStringLiteral("name"), folder.name());
+            object.insert(QStringLiteral("type"),
+                          folder.type() == DiskFolder ? "DiskFolder" : "iTunesPlaylist");
+            if (!folder.location().isNull()) {
+                object.insert(QStringLiteral("id"), folder.location());
+                if (!folder.folderId().isNull())
+                    object.insert(QStringLiteral("folderId"), folder.folderId());
+            }
+        }
+        array.push_back(JsonValue(std::move(object)));
+    }
+    FolderFile::write(applicationFolderName(), foldersFileName(), std::move(array));
+}
+
+QList<Folder> Folder::loadFolders()
+{
+    std::optional<QString> text = FolderFile::read(foldersFileName());
+    if (!text)
+        text = FolderFile::read(alternativeFoldersFileName());
+    if (!text)
+        return {};
+
+    const JsonArray elements = FolderFile::foldersOf(*text);
+    QList<Folder> folders;
+    folders.reserve(qsizetype(elements.size()));
+    for (const JsonValue &element : elements) {
+        // Anything but an object carries no folder at all.
+        if (!element.isObject())
+            continue;
+        const JsonObject &object = element.toObject();
+        Folder folder;
+        folder.setName(FolderFile::stringMember(object, "name"));
+        folder.setLocation(FolderFile::stringMember(object, "id"));
+        folder.setFolderId(FolderFile::stringMember(object, "folderId"));
+        const JsonValue *type = object.find(u"type");
+        const bool disk = type && type->isString() && type->toString() == QLatin1String("DiskFolder");
+        folder.setType(disk ? DiskFolder : ITunesPlaylist);
+        folders.append(folder);
+    }
+    return folders;
+}

@@ -1,0 +1,64 @@
+#include "folders/FolderFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStringDecoder>
+
+void FolderFile::write(const QString &folder, const QString &fileName, JsonArray folders)
+{
+    // mkpath rather than a single mkdir: on Linux "~/Library/Application Support"
+    // usually does not exist yet.
+    QDir().mkpath(folder);
+
+    JsonObject document;
+    document.insert(QStringLiteral("folders"), JsonValue(std::move(folders)));
+    const QByteArray bytes = jsonStringValue(document).toUtf8();
+
+    // In place, not through a temporary file: the Java server holds this path.
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return;
+    file.write(bytes);
+}
+
+std::optional<QString> FolderFile::read(const QString &fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return std::nullopt;
+    // Bytes that are not UTF-8 make the file unreadable, as a missing one is.
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+JsonArray FolderFile::foldersOf(const QString &text)
+{
+    const std::optional<JsonObject> document = dictionaryWithJSONString(text);
+    if (!document)
+        return {};
+    const JsonValue *folders = document->find(u"folders");
+    if (!folders || !folders->isArray())
+        return {};
+    return folders->toArray();
+}
+
+QString FolderFile::stringMember(const JsonObject &object, const char *key)
+{
+    const JsonValue *value = object.find(QString::fromLatin1(key));
+    if (!value)
+        return QString();
+    if (value->isString()) {
+        // Present, even when empty: never the null string of an absent value.
+        const QString text = value->toString();
+        return text.isNull() ? QStringLiteral("") : text;
+    }
+    if (value->isNumber())
+        return value->toDecimal().toString();
+    return QString();
+}
