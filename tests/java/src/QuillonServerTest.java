@@ -46,7 +46,9 @@ public final class QuillonServerTest {
     public static void main(String[] args) throws Exception {
         appFolder = Files.createTempDirectory("quillon-server-test");
         ServerControl.init(appFolder.toString());
-        for (Method m : QuillonServerTest.class.getDeclaredMethods()) {
+        Method[] methods = QuillonServerTest.class.getDeclaredMethods();
+        Arrays.sort(methods, (a, b) -> a.getName().compareTo(b.getName()));
+        for (Method m : methods) {
             if (!m.getName().startsWith("test")) {
                 continue;
             }
@@ -274,6 +276,85 @@ public final class QuillonServerTest {
     }
 
     @SuppressWarnings("unchecked")
+    /** The names and JNI signatures the controller binds to, checked as the JVM would. */
+    static void testControlClassesCarryTheContract() throws Exception {
+        String[][] contract = {
+            {"ServerControl", "startServer", "()I"}, {"ServerControl", "stopServer", "()V"},
+            {"ServerControl", "quit", "()V"}, {"ServerControl", "serverRunning", "()Z"},
+            {"ServerControl", "initialized", "()V"}, {"ServerControl", "setDefaultPort", "(I)V"},
+            {"ServerControl", "setConverterMaxWidth", "(I)V"}, {"ServerControl", "setConverterMaxHeight", "(I)V"},
+            {"ServerControl", "converterResetQueue", "()V"},
+            {"ServerControl", "setComputerName", "(Ljava/lang/String;)V"},
+            {"ServerControl", "setPasswordDigest", "(Ljava/lang/String;)V"},
+            {"ServerControl", "setConverterFFMpegPath", "(Ljava/lang/String;)V"},
+            {"ServerControl", "setConverterFaacPath", "(Ljava/lang/String;)V"},
+            {"ServerControl", "setConverterMuxerPath", "(Ljava/lang/String;)V"},
+            {"ServerControl", "setFontSize", "(I)V"},
+            {"ServerControl", "setDisableEmbeddedSubtitlesIfNoLanguageMatches", "(Z)V"},
+            {"ServerControl", "getDefaultCharset", "()Ljava/lang/String;"},
+            {"ServerControl", "setDefaultCharset", "(Ljava/lang/String;)V"},
+            {"ServerControl", "getFontFamilyName", "()Ljava/lang/String;"},
+            {"ServerControl", "setFontFamilyName", "(Ljava/lang/String;)V"},
+            {"ServerControl", "getAvailableEncodings", "()Ljava/util/List;"},
+            {"ServerControl", "getAvailableFontFamilyNames", "()Ljava/util/List;"},
+            {"ServerControl", "getAvailableLanguages", "()Ljava/util/List;"},
+            {"ServerControl", "setPreferredLanguages", "([Ljava/lang/String;)V"},
+            {"ServerControl", "getLog", "(Ljava/lang/String;)Ljava/lang/String;"},
+            {"ServerControl", "clearLog", "(Ljava/lang/String;)V"},
+            {"ServerControl", "getLastConversionLog", "()Ljava/lang/String;"},
+            {"ServerControl", "getConverterQueueAsJSON", "()Ljava/lang/String;"},
+            {"ServerControl", "init", "(Ljava/lang/String;)V"},
+            {"RemoteManagerControl", "setEnableRemote", "(Z)V"},
+            {"RemoteManagerControl", "setEnablePortMapping", "(Z)V"},
+            {"RemoteManagerControl", "retry", "()V"}, {"RemoteManagerControl", "testConnection", "()V"},
+            {"RemoteManagerControl", "getState", "()Lcom/brookfen/quillon/common/control/RemoteManagerState;"},
+            {"RemoteManagerControl", "init", "(ZZ)V"},
+            {"RemoteManagerControl", "update", "()V", "native"},
+            {"RemoteManagerControl", "connectionTestEnded", "(Z)V", "native"},
+        };
+        for (String[] c : contract) {
+            Class<?> cls = Class.forName("com.brookfen.quillon.common.control." + c[0]);
+            boolean found = false;
+            for (Method m : cls.getDeclaredMethods()) {
+                if (m.getName().equals(c[1]) && descriptor(m).equals(c[2])) {
+                    int mod = m.getModifiers();
+                    check(java.lang.reflect.Modifier.isStatic(mod), c[1] + " is static");
+                    check(c.length > 3 ? java.lang.reflect.Modifier.isNative(mod)
+                            : java.lang.reflect.Modifier.isPublic(mod), c[1] + " modifiers");
+                    found = true;
+                }
+            }
+            check(found, c[0] + "." + c[1] + " " + c[2] + " exists");
+        }
+        for (String getter : new String[] {"getServerPin", "getMessage"}) {
+            equal("()Ljava/lang/String;", descriptor(RemoteManagerState.class.getMethod(getter)), getter);
+        }
+        for (String getter : new String[] {"isRetryVisible", "isTestConnectionVisible", "isInProgress"}) {
+            equal("()Z", descriptor(RemoteManagerState.class.getMethod(getter)), getter);
+        }
+        equal("()I", descriptor(RemoteManagerState.class.getMethod("getPort")), "getPort");
+        equal("()Ljava/lang/String;", descriptor(Encoding.class.getMethod("getName")), "getName");
+        equal("()Ljava/lang/String;", descriptor(Encoding.class.getMethod("getCharset")), "getCharset");
+    }
+
+    static String descriptor(Method m) {
+        StringBuilder sb = new StringBuilder("(");
+        for (Class<?> p : m.getParameterTypes()) {
+            sb.append(typeDescriptor(p));
+        }
+        return sb.append(')').append(typeDescriptor(m.getReturnType())).toString();
+    }
+
+    static String typeDescriptor(Class<?> c) {
+        if (c.isArray()) {
+            return c.getName().replace('.', '/');
+        }
+        if (c.isPrimitive()) {
+            return c == void.class ? "V" : c == int.class ? "I" : c == boolean.class ? "Z" : "?" + c;
+        }
+        return "L" + c.getName().replace('.', '/') + ";";
+    }
+
     static void testConversionQueue() throws Exception {
         ServerControl.converterResetQueue();
         equal(IDLE_QUEUE, ServerControl.getConverterQueueAsJSON(), "idle document");

@@ -60,6 +60,7 @@ public final class Converter {
     private Long etaSeconds;
     private long startedNanos;
     private long durationMicros;
+    private long lastOutMicros;
     private Thread worker;
     private String lastLog = "";
 
@@ -294,6 +295,7 @@ public final class Converter {
                 percentDone = 0;
                 etaSeconds = null;
                 durationMicros = 0;
+                lastOutMicros = 0;
                 startedNanos = System.nanoTime();
             }
             try {
@@ -394,6 +396,8 @@ public final class Converter {
                     synchronized (lock) {
                         if (durationMicros == 0) {
                             durationMicros = us;
+                            // Progress may have been read before the duration was known.
+                            progressAt(lastOutMicros);
                         }
                     }
                 }
@@ -439,7 +443,8 @@ public final class Converter {
 
     private void progressAt(long outMicros) {
         synchronized (lock) {
-            if (durationMicros <= 0 || outMicros < 0) {
+            lastOutMicros = outMicros;
+            if (durationMicros <= 0 || outMicros <= 0) {
                 return;
             }
             percentDone = Math.min(100.0, outMicros * 100.0 / durationMicros);

@@ -143,6 +143,8 @@ public final class ServerCore {
      */
     public void setDefaultPort(int port) {
         boolean moved = false;
+        HttpServer retired = null;
+        ExecutorService retiredThreads = null;
         synchronized (this) {
             if (port < 0 || port > 65535) {
                 logs.append(LogBook.REMOTE, "Port " + port + " refused: out of range; keeping " + defaultPort);
@@ -156,8 +158,8 @@ public final class ServerCore {
                 ExecutorService oldThreads = httpThreads;
                 http = null;
                 if (bind(port) > 0) {
-                    oldHttp.stop(0);
-                    oldThreads.shutdownNow();
+                    retired = oldHttp;
+                    retiredThreads = oldThreads;
                     logs.append(LogBook.REMOTE, "Server moved from port " + old + " to " + boundPort);
                     moved = true;
                 } else {
@@ -169,6 +171,7 @@ public final class ServerCore {
             }
         }
         if (moved) {
+            shutDown(retired, retiredThreads);
             fireStateChanged();
         }
     }
@@ -236,18 +239,27 @@ public final class ServerCore {
     }
 
     public void stop() {
+        HttpServer old;
+        ExecutorService oldThreads;
         synchronized (this) {
             if (http == null) {
                 return;
             }
-            http.stop(0);
-            httpThreads.shutdownNow();
+            old = http;
+            oldThreads = httpThreads;
             http = null;
             httpThreads = null;
             logs.append(LogBook.REMOTE, "Server stopped (port " + boundPort + ")");
             boundPort = -1;
         }
+        // Outside the lock: handlers still finishing may ask for the server's state.
+        shutDown(old, oldThreads);
         fireStateChanged();
+    }
+
+    private static void shutDown(HttpServer server, ExecutorService threads) {
+        server.stop(0);
+        threads.shutdownNow();
     }
 
     /** The end of the server's life in this process: stop listening and converting. */
