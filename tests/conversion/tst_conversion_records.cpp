@@ -29,23 +29,17 @@ void TestConversionRecords::fullDocument()
         "queue": [{"id": "a", "name": "First"}, {"id": "b", "name": "Second"}, {"id": "a", "name": "First"}],
         "unknown": {"queue": []}}})");
 
-    QVERIFY(c.convertedItem());
-    const KRConvertedItem converted = *c.convertedItem();
-    QVERIFY(converted.item());
-    QCOMPARE(converted.item()->itemId(), QStringLiteral("f7"));
-    QCOMPARE(converted.item()->name(), QStringLiteral("Holiday ☀.avi"));
-    QVERIFY(converted.conversionState());
-    const KRConversionState state = *converted.conversionState();
+    QVERIFY(c.convertedItem() && c.convertedItem()->item() && c.convertedItem()->conversionState());
+    QCOMPARE(c.convertedItem()->item()->itemId(), QStringLiteral("f7"));
+    QCOMPARE(c.convertedItem()->item()->name(), QStringLiteral("Holiday ☀.avi"));
+    const KRConversionState state = *c.convertedItem()->conversionState();
     QVERIFY(state.percentDone());
     QCOMPARE(state.percentDone()->toString(), QStringLiteral("42.5"));
-    QVERIFY(state.eta());
+    QVERIFY(state.eta() && !state.etaIsNull() && state.paused());
     QCOMPARE(state.eta()->toLongLong(), 3600);
-    QVERIFY(!state.etaIsNull());
-    QVERIFY(state.paused());
 
     // Queue order as sent, duplicates kept.
     QVERIFY(c.queue());
-    QCOMPARE(c.queue()->size(), 3);
     QStringList ids;
     for (const KRQueueItem &item : *c.queue())
         ids << item.itemId() + QLatin1Char('=') + item.name();
@@ -64,19 +58,13 @@ void TestConversionRecords::missingMembers()
     QVERIFY(emptyQueue.queue()->isEmpty());
 
     const KRConversion bare = snapshot(R"({"conversion": {"convertedItem": {}, "queue": [{}]}})");
-    QVERIFY(bare.convertedItem());
-    QVERIFY(!bare.convertedItem()->item());
-    QVERIFY(!bare.convertedItem()->conversionState());
+    QVERIFY(bare.convertedItem() && !bare.convertedItem()->item() && !bare.convertedItem()->conversionState());
     QCOMPARE(bare.queue()->size(), 1);
-    QVERIFY(bare.queue()->at(0).itemId().isNull());
-    QVERIFY(bare.queue()->at(0).name().isNull());
+    QVERIFY(bare.queue()->at(0).itemId().isNull() && bare.queue()->at(0).name().isNull());
 
     const KRConversion noState = snapshot(R"({"conversion": {"convertedItem": {"conversionState": {}}}})");
     const KRConversionState state = *noState.convertedItem()->conversionState();
-    QVERIFY(!state.percentDone());
-    QVERIFY(!state.eta());
-    QVERIFY(!state.etaIsNull());
-    QVERIFY(!state.paused());
+    QVERIFY(!state.percentDone() && !state.eta() && !state.etaIsNull() && !state.paused());
 
     // An empty string is present, not missing.
     const KRConversion emptyName = snapshot(R"({"conversion": {"queue": [{"id": "", "name": ""}]}})");
@@ -89,14 +77,10 @@ void TestConversionRecords::nullAndForeignValues()
     const KRConversion nulls = snapshot(R"({"conversion": {
         "convertedItem": {"item": null, "conversionState": {"percentDone": null, "eta": null, "paused": null}},
         "queue": null}})");
-    QVERIFY(nulls.convertedItem());
-    QVERIFY(!nulls.convertedItem()->item());
+    QVERIFY(nulls.convertedItem() && !nulls.convertedItem()->item() && !nulls.queue());
     const KRConversionState state = *nulls.convertedItem()->conversionState();
-    QVERIFY(!state.percentDone());
-    QVERIFY(!state.eta());
+    QVERIFY(!state.percentDone() && !state.eta() && !state.paused());
     QVERIFY(state.etaIsNull());
-    QVERIFY(!state.paused());
-    QVERIFY(!nulls.queue());
 
     QVERIFY(!snapshot(R"({"conversion": {"convertedItem": null}})").convertedItem());
 
@@ -110,10 +94,7 @@ void TestConversionRecords::nullAndForeignValues()
     QVERIFY(mixed.queue()->at(1).itemId().isNull());
     QVERIFY(!mixed.convertedItem()->item());
     const KRConversionState odd = *mixed.convertedItem()->conversionState();
-    QVERIFY(odd.paused());
-    QVERIFY(!odd.eta());
-    QVERIFY(!odd.etaIsNull());
-    QVERIFY(!odd.percentDone());
+    QVERIFY(odd.paused() && !odd.eta() && !odd.etaIsNull() && !odd.percentDone());
     QVERIFY(!snapshot(R"({"conversion": {"convertedItem": {"conversionState": {"paused": false}}}})")
                  .convertedItem()->conversionState()->paused());
 

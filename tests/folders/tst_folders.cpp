@@ -18,8 +18,7 @@ private slots:
     void init();
     void cleanup();
 
-    void pathsFollowHome();
-    void missingFilesAndFirstSave();
+    void pathsAndFirstSave();
     void savedTextAndRoundTrip();
     void absentValuesEndTheObject();
     void lenientLoading();
@@ -76,30 +75,19 @@ void TestFolders::cleanup()
     m_home.reset();
 }
 
-void TestFolders::pathsFollowHome()
+void TestFolders::pathsAndFirstSave()
 {
-    QCOMPARE(Folder::applicationFolderName(), appFolder());
     QCOMPARE(Folder::foldersFileName(), appFolder() + QStringLiteral("/folders.txt"));
-    QCOMPARE(Folder::alternativeApplicationFolderName(), oldFolder());
     QCOMPARE(Folder::alternativeFoldersFileName(), oldFolder() + QStringLiteral("/folders.txt"));
-    QCOMPARE(ConversionFolder::applicationFolderName(), appFolder());
     QCOMPARE(ConversionFolder::foldersFileName(), appFolder() + QStringLiteral("/conversion-folders.txt"));
-}
 
-void TestFolders::missingFilesAndFirstSave()
-{
     QVERIFY(Folder::loadFolders().isEmpty());
     QVERIFY(ConversionFolder::loadFolders().isEmpty());
-    QVERIFY(!QFileInfo::exists(appFolder()));
-
-    // The parents ("Library/Application Support") do not exist either.
+    // Neither the folder nor its parents ("Library/Application Support") exist yet.
     Folder::saveFolders({});
     QCOMPARE(readFile(Folder::foldersFileName()), kEmptyFile);
-    QVERIFY(Folder::loadFolders().isEmpty());
-
     ConversionFolder::saveFolders({});
     QCOMPARE(readFile(ConversionFolder::foldersFileName()), kEmptyFile);
-    QVERIFY(ConversionFolder::loadFolders().isEmpty());
 }
 
 void TestFolders::savedTextAndRoundTrip()
@@ -118,18 +106,9 @@ void TestFolders::savedTextAndRoundTrip()
         folder(QStringLiteral(""), Folder::DiskFolder, QStringLiteral(""), QStringLiteral("f4")),
     };
     Folder::saveFolders(folders);
-    const QByteArray text = readFile(Folder::foldersFileName());
-    QVERIFY2(text.contains("\"name\" : \"Road trip\", \"type\" : \"iTunesPlaylist\""), text.constData());
-    QVERIFY2(!text.contains(char(0xc3)), "the writer escapes everything outside ASCII");
-
     QList<Folder> expected = folders;
     expected[1].setType(Folder::ITunesPlaylist);
-    const QList<Folder> loaded = Folder::loadFolders();
-    QCOMPARE(loaded.size(), expected.size());
-    for (int i = 0; i < expected.size(); ++i) {
-        QVERIFY2(loaded[i] == expected[i], qPrintable(QStringLiteral("row %1: %2").arg(i).arg(loaded[i].name())));
-        QVERIFY(!loaded[i].folderId().isNull());
-    }
+    QCOMPARE(Folder::loadFolders(), expected);
 }
 
 void TestFolders::absentValuesEndTheObject()
@@ -143,36 +122,20 @@ void TestFolders::absentValuesEndTheObject()
              QByteArray(" { \"folders\" : [ {\n},  { \"name\" : \"NoPath\", \"type\" : \"iTunesPlaylist\"\n},  "
                         "{ \"name\" : \"NoId\", \"type\" : \"DiskFolder\", \"id\" : \"/b\"\n}]\n}"));
 
-    const QList<Folder> loaded = Folder::loadFolders();
-    QCOMPARE(loaded.size(), 3);
-    QVERIFY(loaded[0].name().isNull());
-    QCOMPARE(loaded[0].type(), qint32(Folder::ITunesPlaylist)); // no type member at all
-    QVERIFY(loaded[0].location().isNull());
-    QVERIFY(loaded[1].location().isNull());
-    QVERIFY(loaded[1].folderId().isNull());
-    QCOMPARE(loaded[2], folder(QStringLiteral("NoId"), Folder::DiskFolder, QStringLiteral("/b"), QString()));
+    // The empty object has lost its type too: it reads back as a playlist.
+    QCOMPARE(Folder::loadFolders(),
+             (QList<Folder>{folder(QString(), Folder::ITunesPlaylist, QString(), QString()),
+                            folder(QStringLiteral("NoPath"), Folder::ITunesPlaylist, QString(), QString()),
+                            folder(QStringLiteral("NoId"), Folder::DiskFolder, QStringLiteral("/b"), QString())}));
 }
 
 void TestFolders::lenientLoading()
 {
     const QString file = appFolder() + QStringLiteral("/folders.txt");
-    struct Case {
-        const char *text;
-        int count;
-    };
-    const Case emptyCases[] = {
-        {"", 0},
-        {"not json at all", 0},
-        {"{\"folders\": [", 0},
-        {"{\"folders\": null}", 0},
-        {"{\"other\": []}", 0},
-        {"{\"folders\": \"text\"}", 0},
-        {"{\"folders\": {\"name\": \"x\"}}", 0},
-        {"[{\"name\": \"x\"}]", 0},
-    };
-    for (const Case &c : emptyCases) {
-        writeFile(file, c.text);
-        QVERIFY2(Folder::loadFolders().isEmpty(), c.text);
+    for (const char *text : {"", "{\"folders\": [", "{\"folders\": null}", "{\"other\": []}",
+                             "{\"folders\": \"text\"}", "[{\"name\": \"x\"}]"}) {
+        writeFile(file, text);
+        QVERIFY2(Folder::loadFolders().isEmpty(), text);
     }
 
     writeFile(file, R"({"folders": [
@@ -188,8 +151,7 @@ void TestFolders::lenientLoading()
     QCOMPARE(loaded.size(), 6);
     QCOMPARE(loaded[0], folder(QStringLiteral("A"), Folder::DiskFolder, QStringLiteral("/a"), QStringLiteral("1")));
     QCOMPARE(loaded[1], folder(QStringLiteral("B"), Folder::ITunesPlaylist, QStringLiteral("p"), QStringLiteral("2")));
-    QCOMPARE(loaded[2].type(), qint32(Folder::ITunesPlaylist));
-    QCOMPARE(loaded[3].type(), qint32(Folder::ITunesPlaylist));
+    QVERIFY(loaded[2].type() == Folder::ITunesPlaylist && loaded[3].type() == Folder::ITunesPlaylist);
     QCOMPARE(loaded[4], folder(QString(), Folder::DiskFolder, QString(), QString()));
     QCOMPARE(loaded[5], folder(QString(), Folder::ITunesPlaylist, QStringLiteral("12345678901234567890"),
                                QStringLiteral("0.5")));
@@ -218,8 +180,6 @@ void TestFolders::earlierProductFallback()
     writeFile(Folder::foldersFileName(), "{\"folders\": [{");
     QVERIFY(Folder::loadFolders().isEmpty());
     writeFile(Folder::foldersFileName(), "");
-    QVERIFY(Folder::loadFolders().isEmpty());
-    writeFile(Folder::foldersFileName(), "{\"folders\": null}");
     QVERIFY(Folder::loadFolders().isEmpty());
 
     // Saving writes only the new file.
@@ -282,18 +242,12 @@ void TestFolders::conversionFolders()
     // A "type" member is ignored on loading, and never written back.
     writeFile(ConversionFolder::foldersFileName(),
               R"({"folders": [{"name": "T", "type": "iTunesPlaylist", "id": "/t", "folderId": null}, "x"]})");
-    const QList<ConversionFolder> loaded = ConversionFolder::loadFolders();
-    QCOMPARE(loaded.size(), 1);
-    QCOMPARE(loaded[0].name(), QStringLiteral("T"));
-    QCOMPARE(loaded[0].location(), QStringLiteral("/t"));
-    QVERIFY(loaded[0].folderId().isNull());
-    ConversionFolder::saveFolders(loaded);
+    ConversionFolder t;
+    t.setName(QStringLiteral("T"));
+    t.setLocation(QStringLiteral("/t"));
+    QCOMPARE(ConversionFolder::loadFolders(), QList<ConversionFolder>{t});
+    ConversionFolder::saveFolders(ConversionFolder::loadFolders());
     QVERIFY(!readFile(ConversionFolder::foldersFileName()).contains("type"));
-
-    // Records tell an absent string from an empty one.
-    ConversionFolder emptyName;
-    emptyName.setName(QStringLiteral(""));
-    QVERIFY(emptyName != ConversionFolder());
 }
 
 QTEST_GUILESS_MAIN(TestFolders)
