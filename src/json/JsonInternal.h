@@ -56,6 +56,8 @@ private:
     int m_depth = 0;
     bool m_fault = false;   // ran past the end or too deep: the whole read fails
     QHash<QStringView, QString> m_keys; // views point into the cached strings
+    std::vector<JsonObject::Member> m_memberStack;
+    std::vector<JsonValue> m_elementStack;
 };
 
 class JsonWriter

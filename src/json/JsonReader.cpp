@@ -123,17 +123,26 @@ bool JsonReader::startsWith(const char *keyword, qsizetype length) const
     return true;
 }
 
+// Members and elements collect on stacks shared by every level of nesting,
+// so that each finished object or array is allocated once at its exact size.
 bool JsonReader::scanObject(JsonObject &out)
 {
     if (!matchToken(u'{'))
         return false;
     if (!skipWhiteSpace())
         return false;
+    const size_t base = m_memberStack.size();
+    auto discard = [&] {
+        m_memberStack.erase(m_memberStack.begin() + qsizetype(base), m_memberStack.end());
+        return false;
+    };
+    // Large objects find duplicate keys through a hash, built once needed.
+    std::optional<QHash<QStringView, size_t>> positions;
     for (;;) {
         QString key;
         if (!scanString(key, true)) {
             if (m_fault)
-                return false;
+                return discard();
             break;
         }
         if (!matchToken(u':'))
@@ -141,33 +150,71 @@ bool JsonReader::scanObject(JsonObject &out)
         JsonValue value;
         if (!scanValue(value)) {
             if (m_fault)
-                return false;
+                return discard();
             break;
         }
-        out.insert(key, std::move(value));
+        const size_t count = m_memberStack.size() - base;
+        size_t existing = count;
+        if (positions) {
+            existing = positions->value(QStringView(key), count);
+        } else {
+            for (size_t i = base; i < m_memberStack.size(); ++i) {
+                if (m_memberStack[i].first == key) {
+                    existing = i - base;
+                    break;
+                }
+            }
+        }
+        if (existing < count) {
+            m_memberStack[base + existing].second = std::move(value);
+        } else {
+            m_memberStack.emplace_back(std::move(key), std::move(value));
+            if (positions) {
+                positions->insert(QStringView(m_memberStack.back().first), count);
+            } else if (count + 1 >= 16) {
+                positions.emplace();
+                for (size_t i = base; i < m_memberStack.size(); ++i)
+                    positions->insert(QStringView(m_memberStack[i].first), i - base);
+            }
+        }
         if (!skipWhiteSpace())
-            return false;
+            return discard();
         if (m_text[m_pos] == u',')
             ++m_pos;
     }
-    return matchToken(u'}');
+    if (!matchToken(u'}'))
+        return discard();
+    out.m_members.assign(std::make_move_iterator(m_memberStack.begin() + qsizetype(base)),
+                         std::make_move_iterator(m_memberStack.end()));
+    discard();
+    out.buildIndex();
+    return true;
 }
 
 bool JsonReader::scanArray(JsonArray &out)
 {
     matchToken(u'[');
-    JsonValue value;
-    while (scanValue(value)) {
-        out.push_back(std::move(value));
-        value = JsonValue();
+    const size_t base = m_elementStack.size();
+    auto discard = [&] {
+        m_elementStack.erase(m_elementStack.begin() + qsizetype(base), m_elementStack.end());
+        return false;
+    };
+    for (;;) {
+        JsonValue value;
+        if (!scanValue(value))
+            break;
+        m_elementStack.push_back(std::move(value));
         if (!skipWhiteSpace())
-            return false;
+            return discard();
         if (m_text[m_pos] == u',')
             ++m_pos;
     }
-    if (m_fault)
-        return false;
-    return matchToken(u']');
+    if (m_fault || !matchToken(u']'))
+        return discard();
+    out.assign(std::make_move_iterator(m_elementStack.begin() + qsizetype(base)),
+               std::make_move_iterator(m_elementStack.end()));
+    discard();
+    return true;
 }
 
 bool JsonReader::scanValue(JsonValue &out)

@@ -62,13 +62,22 @@ void JsonObject::insert(const QString &key, JsonValue value)
         }
     }
     m_members.emplace_back(key, std::move(value));
-    if (m_members.size() > kIndexThreshold) {
-        auto built = std::make_shared<KeyIndex>();
-        built->positions.reserve(qsizetype(m_members.size() * 2));
-        for (size_t i = 0; i < m_members.size(); ++i)
-            built->positions.insert(QStringView(m_members[i].first), int(i));
-        m_index = std::move(built);
+    if (m_members.size() > kIndexThreshold)
+        buildIndex();
+}
+
+// Indexes the members of a large object. Keys must be unique already.
+void JsonObject::buildIndex()
+{
+    if (m_members.size() <= kIndexThreshold) {
+        m_index.reset();
+        return;
     }
+    auto built = std::make_shared<KeyIndex>();
+    built->positions.reserve(qsizetype(m_members.size()));
+    for (size_t i = 0; i < m_members.size(); ++i)
+        built->positions.insert(QStringView(m_members[i].first), int(i));
+    m_index = std::move(built);
 }
 
 const JsonValue *JsonObject::find(QStringView key) const

@@ -65,6 +65,8 @@ public:
     bool operator!=(const JsonObject &other) const { return !(*this == other); }
 
 private:
+    friend class JsonReader;
+    void buildIndex();
     std::vector<Member> m_members;
     std::shared_ptr<void> m_index; // lookup index for large objects, built lazily
 };
