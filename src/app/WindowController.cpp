@@ -12,10 +12,12 @@ WindowController::WindowController(const QString &layoutName)
     : m_layoutName(layoutName)
 {
     // A window still open when the program ends keeps its frame too.
-    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, [this] {
-        if (m_window && !m_closed)
-            saveFrame();
-    });
+    if (QCoreApplication *app = QCoreApplication::instance()) {
+        connect(app, &QCoreApplication::aboutToQuit, this, [this] {
+            if (m_window && !m_closed)
+                saveFrame();
+        });
+    }
 }
 
 WindowController::~WindowController()

@@ -5,7 +5,6 @@
 //   QT_QPA_PLATFORM=offscreen quillon-layout-shots <folder>
 
 #include "AboutController.h"
-#include "StatusGlyph.h"
 #include "WindowLayouts.h"
 
 #include <QApplication>
@@ -97,8 +96,6 @@ int main(int argc, char *argv[])
             ok = false;
             continue;
         }
-        if (auto *icon = dialog->findChild<QLabel *>(QStringLiteral("closeWarningIcon")))
-            icon->setPixmap(QPixmap::fromImage(StatusGlyph::appIcon(48)));
         dialog->adjustSize();
         ok = save(dialog, folder, QLatin1String(sheet)) && ok;
     }
