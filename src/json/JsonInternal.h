@@ -7,16 +7,7 @@
 
 #include <QHash>
 
-#include <variant>
-
-struct JsonValue::Data
-{
-    // Alternative order follows Type, offset by one (Null has no data).
-    std::variant<bool, JsonDecimal, QString, JsonArray, JsonObject> value;
-
-    template <typename T>
-    explicit Data(T &&v) : value(std::forward<T>(v)) {}
-};
+#include <array>
 
 class JsonReader
 {
@@ -55,7 +46,8 @@ private:
     qsizetype m_contentEnd; // one past the last character that is not a blank
     int m_depth = 0;
     bool m_fault = false;   // ran past the end or too deep: the whole read fails
-    QHash<QStringView, QString> m_keys; // views point into the cached strings
+    std::array<QString, 256> m_keys; // recent keys, shared by every object that repeats them
+    JsonDecimal m_number;            // reused so that its digit buffer is too
     std::vector<JsonObject::Member> m_memberStack;
     std::vector<JsonValue> m_elementStack;
 };
@@ -70,7 +62,7 @@ private:
     void writeArray(const JsonArray &array);
     void writeValue(const JsonValue &value);
     void writeString(const QString &string);
-    void writeDecimal(const JsonDecimal &number);
+    void writeNumber(bool negative, const char *digits, qsizetype count, qsizetype exponent);
     void writeAscii(const char *text, qsizetype length);
     void reserve(qsizetype more);
 

@@ -2,6 +2,10 @@
 
 #include <QChar>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 // The reader is deliberately lenient: optional and trailing commas, members
 // dropped when their value is missing and "}" follows, keywords matched as
 // prefixes, unknown escapes kept verbatim. Wherever the scanner it mimics
@@ -48,7 +52,6 @@ char16_t hexUnit(const char16_t *chars)
 }
 
 constexpr qsizetype kMaxInternedKeyLength = 64;
-constexpr qsizetype kMaxInternedKeys = 2048;
 
 } // namespace
 
@@ -227,7 +230,7 @@ bool JsonReader::scanValue(JsonValue &out)
         QString string;
         if (!scanString(string, false))
             return false;
-        out.m_data = std::make_shared<const JsonValue::Data>(std::move(string));
+        out.m_value = std::move(string);
         return true;
     }
     case u'{': {
@@ -238,7 +241,7 @@ bool JsonReader::scanValue(JsonValue &out)
         leave();
         if (!ok)
             return false;
-        out.m_data = std::make_shared<const JsonValue::Data>(std::move(object));
+        out.m_value = std::make_shared<const JsonObject>(std::move(object));
         return true;
     }
     case u'[': {
@@ -249,7 +252,7 @@ bool JsonReader::scanValue(JsonValue &out)
         leave();
         if (!ok)
             return false;
-        out.m_data = std::make_shared<const JsonValue::Data>(std::move(array));
+        out.m_value = std::make_shared<const JsonArray>(std::move(array));
         return true;
     }
     default:
@@ -278,25 +281,47 @@ bool JsonReader::scanValue(JsonValue &out)
 
 bool JsonReader::scanNumber(JsonValue &out)
 {
-    JsonDecimal number;
     const char16_t *stop = nullptr;
-    if (!scanDecimal(m_text + m_pos, m_text + m_length, &stop, number, true))
+    if (!scanDecimal(m_text + m_pos, m_text + m_length, &stop, m_number, true))
         return false;
     m_pos = stop - m_text;
-    out.m_data = std::make_shared<const JsonValue::Data>(std::move(number));
+    out.m_value = JsonValue::numberStorage(m_number);
     return true;
 }
 
+// Keys repeat across the objects of a document: a small direct-mapped cache
+// lets them share one string instead of allocating each time.
 QString JsonReader::internedKey(const char16_t *chars, qsizetype length)
 {
-    const QStringView view(chars, length);
-    const auto it = m_keys.constFind(view);
-    if (it != m_keys.constEnd())
-        return it.value();
-    QString key(reinterpret_cast<const QChar *>(chars), length);
-    if (length <= kMaxInternedKeyLength && m_keys.size() < kMaxInternedKeys)
-        m_keys.insert(QStringView(key), key); // the view points into the stored copy's data
-    return key;
+    if (length > kMaxInternedKeyLength)
+        return QString(reinterpret_cast<const QChar *>(chars), length);
+    quint32 hash = quint32(length);
+    for (qsizetype i = 0; i < length; ++i)
+        hash = hash * 31 + chars[i];
+    QString &slot = m_keys[(hash ^ (hash >> 8)) & (m_keys.size() - 1)];
+    if (slot.size() == length && std::equal(chars, chars + length, reinterpret_cast<const char16_t *>(slot.constData())))
+        return slot;
+    slot = QString(reinterpret_cast<const QChar *>(chars), length);
+    return slot;
+}
+
+// The first quote or backslash in [from, end), or end.
+static qsizetype findQuoteOrBackslash(const char16_t *text, qsizetype from, qsizetype end)
+{
+#ifdef __SSE2__
+    const __m128i quote = _mm_set1_epi16(u'"');
+    const __m128i backslash = _mm_set1_epi16(u'\\');
+    while (from + 8 <= end) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + from));
+        const int mask = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(chunk, quote), _mm_cmpeq_epi16(chunk, backslash)));
+        if (mask)
+            return from + __builtin_ctz(unsigned(mask)) / 2;
+        from += 8;
+    }
+#endif
+    while (from < end && text[from] != u'"' && text[from] != u'\\')
+        ++from;
+    return from;
 }
 
 bool JsonReader::scanString(QString &out, bool isKey)
@@ -309,9 +334,7 @@ bool JsonReader::scanString(QString &out, bool isKey)
     const qsizetype end = m_contentEnd;
 
     // Most strings have no escape: take them in one piece.
-    qsizetype scan = pos;
-    while (scan < end && text[scan] != u'"' && text[scan] != u'\\')
-        ++scan;
+    const qsizetype scan = findQuoteOrBackslash(text, pos, end);
     if (scan < end && text[scan] == u'"') {
         if (isKey)
             out = internedKey(text + pos, scan - pos);
@@ -330,9 +353,7 @@ bool JsonReader::scanString(QString &out, bool isKey)
         if (c == u'"')
             break;
         if (c != u'\\') {
-            qsizetype run = pos + 1;
-            while (run < end && text[run] != u'"' && text[run] != u'\\')
-                ++run;
+            const qsizetype run = findQuoteOrBackslash(text, pos + 1, end);
             result.append(reinterpret_cast<const QChar *>(text + pos), run - pos);
             pos = run;
             continue;

@@ -110,89 +110,111 @@ bool JsonObject::operator==(const JsonObject &other) const
 
 namespace {
 
-template <typename D>
-std::shared_ptr<const D> sharedBool(bool value)
-{
-    // Booleans are two shared instances: reading "true" allocates nothing.
-    static const std::shared_ptr<const D> yes = std::make_shared<const D>(true);
-    static const std::shared_ptr<const D> no = std::make_shared<const D>(false);
-    return value ? yes : no;
-}
+constexpr int kShortDigits = 18; // every 18-digit mantissa fits in a qint64
+
+using Shared = std::shared_ptr<const JsonDecimal>;
 
 } // namespace
 
+JsonValue::Storage JsonValue::numberStorage(const JsonDecimal &number)
+{
+    if (number.m_digits.size() > size_t(kShortDigits))
+        return std::make_shared<const JsonDecimal>(number);
+    qint64 mantissa = 0;
+    for (const char digit : number.m_digits)
+        mantissa = mantissa * 10 + (digit - '0');
+    return ShortNumber{number.m_negative ? -mantissa : mantissa, number.m_exponent};
+}
+
 JsonValue::JsonValue() = default;
 JsonValue::JsonValue(std::nullptr_t) {}
-JsonValue::JsonValue(bool value) : m_data(sharedBool<Data>(value)) {}
-JsonValue::JsonValue(int value) : m_data(std::make_shared<const Data>(JsonDecimal::fromInteger(value))) {}
-JsonValue::JsonValue(qint64 value) : m_data(std::make_shared<const Data>(JsonDecimal::fromInteger(value))) {}
-JsonValue::JsonValue(double value) : m_data(std::make_shared<const Data>(JsonDecimal::fromDouble(value))) {}
-JsonValue::JsonValue(const JsonDecimal &value) : m_data(std::make_shared<const Data>(value)) {}
-JsonValue::JsonValue(const QString &value) : m_data(std::make_shared<const Data>(value)) {}
-JsonValue::JsonValue(const char *utf8) : m_data(std::make_shared<const Data>(QString::fromUtf8(utf8))) {}
-JsonValue::JsonValue(JsonArray value) : m_data(std::make_shared<const Data>(std::move(value))) {}
-JsonValue::JsonValue(JsonObject value) : m_data(std::make_shared<const Data>(std::move(value))) {}
+JsonValue::JsonValue(bool value) : m_value(value) {}
+JsonValue::JsonValue(int value) : m_value(numberStorage(JsonDecimal::fromInteger(value))) {}
+JsonValue::JsonValue(qint64 value) : m_value(numberStorage(JsonDecimal::fromInteger(value))) {}
+JsonValue::JsonValue(double value) : m_value(numberStorage(JsonDecimal::fromDouble(value))) {}
+JsonValue::JsonValue(const JsonDecimal &value) : m_value(numberStorage(value)) {}
+JsonValue::JsonValue(const QString &value) : m_value(value) {}
+JsonValue::JsonValue(const char *utf8) : m_value(QString::fromUtf8(utf8)) {}
+JsonValue::JsonValue(JsonArray value) : m_value(std::make_shared<const JsonArray>(std::move(value))) {}
+JsonValue::JsonValue(JsonObject value) : m_value(std::make_shared<const JsonObject>(std::move(value))) {}
 
 JsonValue::Type JsonValue::type() const
 {
-    return m_data ? Type(int(m_data->value.index()) + 1) : Type::Null;
+    static constexpr Type types[] = {Type::Null,   Type::Bool,  Type::Number, Type::Number,
+                                     Type::String, Type::Array, Type::Object};
+    return types[m_value.index()];
 }
 
 bool JsonValue::toBool() const
 {
-    if (!m_data)
-        return false;
-    if (const bool *b = std::get_if<bool>(&m_data->value))
+    if (const bool *b = std::get_if<bool>(&m_value))
         return *b;
-    if (const JsonDecimal *d = std::get_if<JsonDecimal>(&m_data->value))
-        return !d->isZero();
+    if (const ShortNumber *n = std::get_if<ShortNumber>(&m_value))
+        return n->mantissa != 0;
+    if (const Shared *d = std::get_if<Shared>(&m_value))
+        return !(*d)->isZero();
     return false;
 }
 
 JsonDecimal JsonValue::toDecimal() const
 {
-    if (!m_data)
-        return JsonDecimal();
-    if (const JsonDecimal *d = std::get_if<JsonDecimal>(&m_data->value))
-        return *d;
-    if (const bool *b = std::get_if<bool>(&m_data->value))
+    if (const ShortNumber *n = std::get_if<ShortNumber>(&m_value)) {
+        JsonDecimal result = JsonDecimal::fromInteger(n->mantissa);
+        if (n->mantissa != 0)
+            result.m_exponent += n->exponent;
+        return result;
+    }
+    if (const Shared *d = std::get_if<Shared>(&m_value))
+        return **d;
+    if (const bool *b = std::get_if<bool>(&m_value))
         return JsonDecimal::fromInteger(*b ? 1 : 0);
     return JsonDecimal();
 }
 
 QString JsonValue::toString() const
 {
-    if (m_data) {
-        if (const QString *s = std::get_if<QString>(&m_data->value))
-            return *s;
-    }
+    if (const QString *s = std::get_if<QString>(&m_value))
+        return *s;
     return QString();
 }
 
 const JsonArray &JsonValue::toArray() const
 {
-    if (m_data) {
-        if (const JsonArray *a = std::get_if<JsonArray>(&m_data->value))
-            return *a;
-    }
+    if (const auto *a = std::get_if<std::shared_ptr<const JsonArray>>(&m_value))
+        return **a;
     return emptyArray();
 }
 
 const JsonObject &JsonValue::toObject() const
 {
-    if (m_data) {
-        if (const JsonObject *o = std::get_if<JsonObject>(&m_data->value))
-            return *o;
-    }
+    if (const auto *o = std::get_if<std::shared_ptr<const JsonObject>>(&m_value))
+        return **o;
     return emptyObject();
 }
 
 bool JsonValue::operator==(const JsonValue &other) const
 {
-    if (m_data == other.m_data)
-        return true;
-    if (!m_data || !other.m_data)
+    // Different kinds are unequal: a boolean never equals the number 1. Short
+    // and long numbers never hold the same value.
+    if (m_value.index() != other.m_value.index())
         return false;
-    // Different alternatives are unequal: a boolean never equals the number 1.
-    return m_data->value == other.m_data->value;
+    if (const bool *b = std::get_if<bool>(&m_value))
+        return *b == std::get<bool>(other.m_value);
+    if (const ShortNumber *n = std::get_if<ShortNumber>(&m_value)) {
+        const ShortNumber &o = std::get<ShortNumber>(other.m_value);
+        return n->mantissa == o.mantissa && n->exponent == o.exponent;
+    }
+    if (const Shared *d = std::get_if<Shared>(&m_value))
+        return **d == *std::get<Shared>(other.m_value);
+    if (const QString *s = std::get_if<QString>(&m_value))
+        return *s == std::get<QString>(other.m_value);
+    if (const auto *a = std::get_if<std::shared_ptr<const JsonArray>>(&m_value)) {
+        const auto &b = std::get<std::shared_ptr<const JsonArray>>(other.m_value);
+        return *a == b || **a == *b;
+    }
+    if (const auto *o = std::get_if<std::shared_ptr<const JsonObject>>(&m_value)) {
+        const auto &b = std::get<std::shared_ptr<const JsonObject>>(other.m_value);
+        return *o == b || **o == *b;
+    }
+    return true; // both null
 }

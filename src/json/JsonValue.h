@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 class JsonValue;
@@ -35,6 +36,7 @@ public:
 private:
     friend class JsonReader;
     friend class JsonWriter;
+    friend class JsonValue;
     bool m_negative = false;
     std::string m_digits;   // significant digits, no leading or trailing zeros; empty for zero
     int m_exponent = 0;     // value = digits * 10^exponent
@@ -111,8 +113,20 @@ public:
 private:
     friend class JsonReader;
     friend class JsonWriter;
-    struct Data;
-    std::shared_ptr<const Data> m_data; // immutable, shared on copy; null for JSON null
+    // A number of up to 18 significant digits, held without an allocation:
+    // value = mantissa * 10^exponent, the mantissa without trailing zeros.
+    struct ShortNumber
+    {
+        qint64 mantissa;
+        int exponent;
+    };
+    // Strings are Qt's implicitly shared text; long numbers, arrays and
+    // objects are immutable and shared on copy. A number is always held in
+    // the shortest form that fits, so equal numbers have equal storage.
+    using Storage = std::variant<std::monostate, bool, ShortNumber, std::shared_ptr<const JsonDecimal>, QString,
+                                 std::shared_ptr<const JsonArray>, std::shared_ptr<const JsonObject>>;
+    static Storage numberStorage(const JsonDecimal &number);
+    Storage m_value;
 };
 
 // The writer: the dictionary as JSON text in the program's own layout.

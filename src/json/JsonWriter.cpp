@@ -1,6 +1,6 @@
 #include "json/JsonInternal.h"
 
-#include <cstring>
+#include <charconv>
 
 namespace {
 
@@ -96,29 +96,38 @@ void JsonWriter::writeArray(const JsonArray &array)
 
 void JsonWriter::writeValue(const JsonValue &value)
 {
-    if (!value.m_data) {
-        writeAscii("null", 4);
-        return;
-    }
-    const auto &v = value.m_data->value;
+    const JsonValue::Storage &v = value.m_value;
     switch (v.index()) {
-    case 0:
+    case 1:
         if (std::get<bool>(v))
             writeAscii("true", 4);
         else
             writeAscii("false", 5);
         break;
-    case 1:
-        writeDecimal(std::get<JsonDecimal>(v));
+    case 2: {
+        const auto &number = std::get<JsonValue::ShortNumber>(v);
+        const quint64 magnitude = number.mantissa < 0 ? quint64(0) - quint64(number.mantissa) : quint64(number.mantissa);
+        char digits[24];
+        const char *end = std::to_chars(digits, digits + sizeof digits, magnitude).ptr;
+        writeNumber(number.mantissa < 0, digits, end - digits, number.mantissa ? number.exponent : 0);
         break;
-    case 2:
+    }
+    case 3: {
+        const JsonDecimal &number = *std::get<3>(v);
+        writeNumber(number.m_negative, number.m_digits.data(), qsizetype(number.m_digits.size()), number.m_exponent);
+        break;
+    }
+    case 4:
         writeString(std::get<QString>(v));
         break;
-    case 3:
-        writeArray(std::get<JsonArray>(v));
+    case 5:
+        writeArray(*std::get<5>(v));
+        break;
+    case 6:
+        writeObject(*std::get<6>(v));
         break;
     default:
-        writeObject(std::get<JsonObject>(v));
+        writeAscii("null", 4);
         break;
     }
 }
@@ -157,22 +166,20 @@ void JsonWriter::writeString(const QString &string)
     m_cursor = out;
 }
 
-void JsonWriter::writeDecimal(const JsonDecimal &number)
+// Plain decimal text: no exponent, no "+", integers without a point.
+void JsonWriter::writeNumber(bool negative, const char *digits, qsizetype n, qsizetype exponent)
 {
-    const std::string &digits = number.m_digits;
-    const qsizetype n = qsizetype(digits.size());
-    const qsizetype exponent = number.m_exponent;
     if (n == 0) {
         writeAscii("0", 1);
         return;
     }
     reserve(n + (exponent < 0 ? -exponent : exponent) + 3);
     char16_t *out = m_cursor;
-    if (number.m_negative)
+    if (negative)
         *out++ = u'-';
     auto copyDigits = [&](qsizetype from, qsizetype to) {
         for (qsizetype i = from; i < to; ++i)
-            *out++ = char16_t(digits[size_t(i)]);
+            *out++ = char16_t(digits[i]);
     };
     if (exponent >= 0) {
         copyDigits(0, n);
