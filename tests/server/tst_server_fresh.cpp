@@ -130,7 +130,7 @@ private slots:
         clock.start();
         JNIServer::instance()->stop(); // behind the facade's back
         QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 1, 2000);
-        QVERIFY2(clock.elapsed() < 1300, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(!server()->isRunning());
         QVERIFY(Server::preferencesIsRunning()); // the wish is untouched
         QTest::qWait(1200);

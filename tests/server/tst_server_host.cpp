@@ -60,6 +60,8 @@ private slots:
 
     void computerNameWithoutMachineInfo()
     {
+        Server::setMachineInfoPath(QString());
+        qInfo() << "computerName on this machine:" << Server::computerName();
         Server::setMachineInfoPath(m_home.filePath(QStringLiteral("no-such-file")));
         QVERIFY(!Server::computerName().isEmpty());
         QCOMPARE(Server::computerName(), QHostInfo::localHostName());
