@@ -17,6 +17,7 @@
 
 #include <dlfcn.h>
 #include <jni.h>
+#include <locale.h>
 
 namespace {
 const char *const kServerControl = "com/brookfen/quillon/common/control/ServerControl";
@@ -580,7 +581,15 @@ bool JNIServer::createJVM()
         options[i].extraInfo = nullptr;
     }
 
-    qputenv("LC_CTYPE", "UTF-8");
+    // "UTF-8" is the macOS name of the UTF-8 character type; glibc does not
+    // know it, and an unknown LC_CTYPE leaves the JVM with an ASCII file-name
+    // encoding (sun.jnu.encoding), so that non-ASCII media paths break.
+    QByteArray ctype = "UTF-8";
+    if (locale_t locale = newlocale(LC_CTYPE_MASK, ctype.constData(), locale_t(nullptr)))
+        freelocale(locale);
+    else
+        ctype = "C.UTF-8";
+    qputenv("LC_CTYPE", ctype);
 
     JavaVMInitArgs args;
     args.version = JNI_VERSION_1_4;
