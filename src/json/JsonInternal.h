@@ -38,7 +38,7 @@ private:
     bool startsWith(const char *keyword, qsizetype length) const;
     bool enter();
     void leave() { --m_depth; }
-    QString internedKey(const char16_t *chars, qsizetype length);
+    static QString sharedString(std::array<QString, 256> &cache, const char16_t *chars, qsizetype length);
 
     const char16_t *m_text;
     qsizetype m_length;

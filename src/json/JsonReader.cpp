@@ -24,6 +24,16 @@ inline bool isBlank(char16_t c)
     return QChar::isSpace(char32_t(c));
 }
 
+// Keys of one object are mostly shared strings: equal data means equal keys.
+inline bool sameKey(const QString &a, const QString &b)
+{
+    if (a.size() != b.size())
+        return false;
+    const QChar *x = a.constData();
+    const QChar *y = b.constData();
+    return x == y || std::equal(x, x + a.size(), y);
+}
+
 inline int hexValue(char16_t c)
 {
     if (c >= u'0' && c <= u'9')
@@ -51,7 +61,7 @@ char16_t hexUnit(const char16_t *chars)
     return char16_t(value);
 }
 
-constexpr qsizetype kMaxInternedKeyLength = 64;
+constexpr qsizetype kMaxSharedKeyLength = 64;
 
 } // namespace
 
@@ -105,6 +115,10 @@ bool JsonReader::skipWhiteSpace()
 // stays where it was, before the blanks.
 bool JsonReader::matchToken(char16_t token)
 {
+    if (m_pos < m_length && m_text[m_pos] == token) {
+        ++m_pos;
+        return true;
+    }
     qsizetype p = m_pos;
     while (p < m_length && isBlank(m_text[p]))
         ++p;
@@ -162,7 +176,7 @@ bool JsonReader::scanObject(JsonObject &out)
             existing = positions->value(QStringView(key), count);
         } else {
             for (size_t i = base; i < m_memberStack.size(); ++i) {
-                if (m_memberStack[i].first == key) {
+                if (sameKey(m_memberStack[i].first, key)) {
                     existing = i - base;
                     break;
                 }
@@ -258,18 +272,19 @@ bool JsonReader::scanValue(JsonValue &out)
     default:
         break;
     }
-    if (startsWith("true", 4)) {
-        out = JsonValue(true);
+    // The keywords begin with different letters, so the letter picks the test.
+    if (c == u't' && startsWith("true", 4)) {
+        out.m_value = true;
         m_pos += 4;
         return true;
     }
-    if (startsWith("false", 5)) {
-        out = JsonValue(false);
+    if (c == u'f' && startsWith("false", 5)) {
+        out.m_value = false;
         m_pos += 5;
         return true;
     }
-    if (startsWith("null", 4)) {
-        out = JsonValue();
+    if (c == u'n' && startsWith("null", 4)) {
+        out.m_value = std::monostate();
         m_pos += 4;
         return true;
     }
@@ -290,15 +305,14 @@ bool JsonReader::scanNumber(JsonValue &out)
 }
 
 // Keys repeat across the objects of a document: a small direct-mapped cache
-// lets them share one string instead of allocating each time.
-QString JsonReader::internedKey(const char16_t *chars, qsizetype length)
+// lets the repeats share one string instead of allocating each time. (Values
+// gain nothing from it: most are unique, and a miss costs more than it saves.)
+QString JsonReader::sharedString(std::array<QString, 256> &cache, const char16_t *chars, qsizetype length)
 {
-    if (length > kMaxInternedKeyLength)
-        return QString(reinterpret_cast<const QChar *>(chars), length);
     quint32 hash = quint32(length);
     for (qsizetype i = 0; i < length; ++i)
         hash = hash * 31 + chars[i];
-    QString &slot = m_keys[(hash ^ (hash >> 8)) & (m_keys.size() - 1)];
+    QString &slot = cache[(hash ^ (hash >> 8)) & (cache.size() - 1)];
     if (slot.size() == length && std::equal(chars, chars + length, reinterpret_cast<const char16_t *>(slot.constData())))
         return slot;
     slot = QString(reinterpret_cast<const QChar *>(chars), length);
@@ -336,10 +350,11 @@ bool JsonReader::scanString(QString &out, bool isKey)
     // Most strings have no escape: take them in one piece.
     const qsizetype scan = findQuoteOrBackslash(text, pos, end);
     if (scan < end && text[scan] == u'"') {
-        if (isKey)
-            out = internedKey(text + pos, scan - pos);
+        const qsizetype length = scan - pos;
+        if (isKey && length <= kMaxSharedKeyLength)
+            out = sharedString(m_keys, text + pos, length);
         else
-            out = QString(reinterpret_cast<const QChar *>(text + pos), scan - pos);
+            out = QString(reinterpret_cast<const QChar *>(text + pos), length);
         m_pos = scan + 1;
         return true;
     }
