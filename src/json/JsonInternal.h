@@ -25,6 +25,9 @@ public:
                             JsonDecimal &out, bool limited);
 
     explicit JsonReader(QStringView text);
+    ~JsonReader();
+    JsonReader(const JsonReader &) = delete;
+    JsonReader &operator=(const JsonReader &) = delete;
     std::optional<JsonObject> readTopLevel();
 
 private:
@@ -48,8 +51,17 @@ private:
     bool m_fault = false;   // ran past the end or too deep: the whole read fails
     std::array<QString, 256> m_keys; // recent keys, shared by every object that repeats them
     JsonDecimal m_number;            // reused so that its digit buffer is too
-    std::vector<JsonObject::Member> m_memberStack;
-    std::vector<JsonValue> m_elementStack;
+    struct Scratch
+    {
+        std::vector<JsonObject::Member> members;
+        std::vector<JsonValue> elements;
+        bool busy = false;
+    };
+    static Scratch &threadScratch();
+    std::unique_ptr<Scratch> m_ownScratch; // only when the thread's is in use
+    Scratch *m_scratch;
+    std::vector<JsonObject::Member> &m_memberStack;
+    std::vector<JsonValue> &m_elementStack;
 };
 
 class JsonWriter

@@ -17,10 +17,10 @@ namespace {
 // Unicode separator (space, line and paragraph).
 inline bool isBlank(char16_t c)
 {
+    if (Q_LIKELY(c > 0x20 && c < 0x85))
+        return false;
     if (c <= 0x20)
         return c == 0x20 || (c >= 0x09 && c <= 0x0D);
-    if (c < 0x85)
-        return false;
     return QChar::isSpace(char32_t(c));
 }
 
@@ -70,11 +70,40 @@ std::optional<JsonObject> dictionaryWithJSONString(QStringView text)
     return JsonReader(text).readTopLevel();
 }
 
-JsonReader::JsonReader(QStringView text)
-    : m_text(text.utf16()), m_length(text.size()), m_contentEnd(text.size())
+// The member and element stacks outlive a read, so that a document read
+// again and again (the conversion queue is polled every second) does not
+// grow them anew each time. Past a bound they are given back.
+constexpr size_t kKeptScratchEntries = 16384;
+
+JsonReader::Scratch &JsonReader::threadScratch()
 {
+    thread_local Scratch scratch;
+    return scratch;
+}
+
+JsonReader::JsonReader(QStringView text)
+    : m_text(text.utf16()),
+      m_length(text.size()),
+      m_contentEnd(text.size()),
+      m_ownScratch(threadScratch().busy ? std::make_unique<Scratch>() : nullptr),
+      m_scratch(m_ownScratch ? m_ownScratch.get() : &threadScratch()),
+      m_memberStack(m_scratch->members),
+      m_elementStack(m_scratch->elements)
+{
+    m_scratch->busy = true;
     while (m_contentEnd > 0 && isBlank(m_text[m_contentEnd - 1]))
         --m_contentEnd;
+}
+
+JsonReader::~JsonReader()
+{
+    m_memberStack.clear();
+    m_elementStack.clear();
+    if (m_memberStack.capacity() > kKeptScratchEntries)
+        std::vector<JsonObject::Member>().swap(m_memberStack);
+    if (m_elementStack.capacity() > kKeptScratchEntries)
+        std::vector<JsonValue>().swap(m_elementStack);
+    m_scratch->busy = false;
 }
 
 std::optional<JsonObject> JsonReader::readTopLevel()
@@ -100,11 +129,13 @@ bool JsonReader::enter()
 
 // Skips blanks at the cursor. Reaching the end of the text is a fault: the
 // caller is always about to look at the next character.
-bool JsonReader::skipWhiteSpace()
+Q_ALWAYS_INLINE bool JsonReader::skipWhiteSpace()
 {
-    while (m_pos < m_length && isBlank(m_text[m_pos]))
-        ++m_pos;
-    if (m_pos >= m_length) {
+    qsizetype p = m_pos;
+    while (p < m_length && isBlank(m_text[p]))
+        ++p;
+    m_pos = p;
+    if (Q_UNLIKELY(p >= m_length)) {
         m_fault = true;
         return false;
     }
@@ -113,12 +144,8 @@ bool JsonReader::skipWhiteSpace()
 
 // A one-character token after optional blanks; on a mismatch the cursor
 // stays where it was, before the blanks.
-bool JsonReader::matchToken(char16_t token)
+Q_ALWAYS_INLINE bool JsonReader::matchToken(char16_t token)
 {
-    if (m_pos < m_length && m_text[m_pos] == token) {
-        ++m_pos;
-        return true;
-    }
     qsizetype p = m_pos;
     while (p < m_length && isBlank(m_text[p]))
         ++p;
