@@ -38,6 +38,7 @@ private:
     bool scanValue(JsonValue &out);
     bool scanString(QString &out, bool isKey);
     bool scanNumber(JsonValue &out);
+    bool scanShortNumber(JsonValue &out);
     bool startsWith(const char *keyword, qsizetype length) const;
     bool enter();
     void leave() { --m_depth; }
@@ -51,6 +52,7 @@ private:
     bool m_fault = false;   // ran past the end or too deep: the whole read fails
     std::array<QString, 256> m_keys; // recent keys, shared by every object that repeats them
     JsonDecimal m_number;            // reused so that its digit buffer is too
+    std::u16string m_unescaped;      // likewise for strings with escapes
     struct Scratch
     {
         std::vector<JsonObject::Member> members;

@@ -323,11 +323,88 @@ bool JsonReader::scanValue(JsonValue &out)
 
 bool JsonReader::scanNumber(JsonValue &out)
 {
+    if (scanShortNumber(out))
+        return true;
+    if (m_fault)
+        return false;
     const char16_t *stop = nullptr;
     if (!scanDecimal(m_text + m_pos, m_text + m_length, &stop, m_number, true))
         return false;
     m_pos = stop - m_text;
     out.m_value = JsonValue::numberStorage(m_number);
+    return true;
+}
+
+// The common case of scanDecimal, straight into a short number: at most 18
+// significant digits. Answers no, with the cursor unchanged, whenever the
+// general scan has to decide (longer numbers, no digits, out of range).
+bool JsonReader::scanShortNumber(JsonValue &out)
+{
+    const char16_t *p = m_text + m_pos;
+    const char16_t *end = m_text + m_length;
+    auto isDigit = [](char16_t c) { return c >= u'0' && c <= u'9'; };
+    bool negative = false;
+    if (p < end && (*p == u'-' || *p == u'+')) {
+        negative = *p == u'-';
+        ++p;
+    }
+    quint64 mantissa = 0;
+    int digits = 0;          // significant digits taken into the mantissa
+    qint64 exponent = 0;
+    bool any = false;
+    auto take = [&](char16_t c) {
+        if (mantissa == 0 && c == u'0')
+            return true; // a leading zero
+        if (++digits > 18)
+            return false;
+        mantissa = mantissa * 10 + unsigned(c - u'0');
+        return true;
+    };
+    for (; p < end && isDigit(*p); ++p) {
+        if (!take(*p))
+            return false;
+        any = true;
+    }
+    if (p < end && *p == u'.' && (any || (p + 1 < end && isDigit(p[1])))) {
+        for (++p; p < end && isDigit(*p); ++p) {
+            if (!take(*p))
+                return false;
+            --exponent;
+            any = true;
+        }
+    }
+    if (!any)
+        return false;
+    if (p < end && (*p == u'e' || *p == u'E')) {
+        const char16_t *q = p + 1;
+        bool expNegative = false;
+        if (q < end && (*q == u'-' || *q == u'+')) {
+            expNegative = *q == u'-';
+            ++q;
+        }
+        if (q < end && isDigit(*q)) {
+            qint64 value = 0;
+            for (; q < end && isDigit(*q); ++q) {
+                if (value < 1000000000)
+                    value = value * 10 + (*q - u'0');
+            }
+            exponent += expNegative ? -value : value;
+            p = q;
+        }
+    }
+    if (mantissa == 0) {
+        out.m_value = JsonValue::ShortNumber{0, 0};
+    } else {
+        while (mantissa % 10 == 0) {
+            mantissa /= 10;
+            ++exponent;
+            --digits;
+        }
+        if (exponent < kMinExponent || exponent + digits > kMaxExponent + kMaxDigits)
+            return false;
+        out.m_value = JsonValue::ShortNumber{negative ? -qint64(mantissa) : qint64(mantissa), int(exponent)};
+    }
+    m_pos = p - m_text;
     return true;
 }
 
@@ -373,31 +450,33 @@ bool JsonReader::scanString(QString &out, bool isKey)
     qsizetype pos = m_pos;
     // The loop ends where only blanks remain, not only at the very end.
     const qsizetype end = m_contentEnd;
+    auto deliver = [&](const char16_t *chars, qsizetype length) {
+        if (isKey && length <= kMaxSharedKeyLength)
+            out = sharedString(m_keys, chars, length);
+        else
+            out = QString(reinterpret_cast<const QChar *>(chars), length);
+    };
 
     // Most strings have no escape: take them in one piece.
-    const qsizetype scan = findQuoteOrBackslash(text, pos, end);
+    qsizetype scan = findQuoteOrBackslash(text, pos, end);
     if (scan < end && text[scan] == u'"') {
-        const qsizetype length = scan - pos;
-        if (isKey && length <= kMaxSharedKeyLength)
-            out = sharedString(m_keys, text + pos, length);
-        else
-            out = QString(reinterpret_cast<const QChar *>(text + pos), length);
+        deliver(text + pos, scan - pos);
         m_pos = scan + 1;
         return true;
     }
 
-    QString result;
-    result.reserve(scan - pos + 16);
-    result.append(reinterpret_cast<const QChar *>(text + pos), scan - pos);
+    // Otherwise decode into a buffer that is reused from string to string.
+    std::u16string &buffer = m_unescaped;
+    buffer.assign(text + pos, text + scan);
     pos = scan;
     while (pos < end) {
         const char16_t c = text[pos];
         if (c == u'"')
             break;
         if (c != u'\\') {
-            const qsizetype run = findQuoteOrBackslash(text, pos + 1, end);
-            result.append(reinterpret_cast<const QChar *>(text + pos), run - pos);
-            pos = run;
+            scan = findQuoteOrBackslash(text, pos + 1, end);
+            buffer.append(text + pos, text + scan);
+            pos = scan;
             continue;
         }
         if (pos + 1 >= m_length) {
@@ -405,38 +484,35 @@ bool JsonReader::scanString(QString &out, bool isKey)
             return false;
         }
         const char16_t next = text[pos + 1];
-        char16_t unit = 0;
         switch (next) {
-        case u'"': unit = u'"'; break;
-        case u'\\': unit = u'\\'; break;
-        case u'b': unit = 0x08; break;
-        case u'f': unit = 0x0C; break;
-        case u'n': unit = 0x0A; break;
-        case u'r': unit = 0x0D; break;
-        case u't': unit = 0x09; break;
+        case u'"': buffer += u'"'; break;
+        case u'\\': buffer += u'\\'; break;
+        case u'b': buffer += char16_t(0x08); break;
+        case u'f': buffer += char16_t(0x0C); break;
+        case u'n': buffer += char16_t(0x0A); break;
+        case u'r': buffer += char16_t(0x0D); break;
+        case u't': buffer += char16_t(0x09); break;
         case u'u':
             if (m_length - (pos + 2) < 4) {
                 m_fault = true;
                 return false;
             }
             // Each escape is one UTF-16 unit, so an escaped surrogate pair joins.
-            result.append(QChar(hexUnit(text + pos + 2)));
+            buffer += hexUnit(text + pos + 2);
             pos += 6;
             continue;
         default:
             // Unknown escapes, "\/" among them, keep both characters.
-            result.append(QChar(u'\\'));
-            result.append(QChar(next));
-            pos += 2;
-            continue;
+            buffer += u'\\';
+            buffer += next;
+            break;
         }
-        result.append(QChar(unit));
         pos += 2;
     }
     m_pos = pos;
     if (pos >= end)
         return false;
     m_pos = pos + 1; // the closing quote
-    out = std::move(result);
+    deliver(buffer.data(), qsizetype(buffer.size()));
     return true;
 }

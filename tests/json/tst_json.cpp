@@ -143,6 +143,33 @@ void TestJson::decimalParsing()
     QCOMPARE(JsonDecimal::fromString(QStringLiteral("0.") + QString(100000, u'0') + u'1').has_value(), false);
     QCOMPARE(JsonDecimal::fromString(QString(100000, u'0') + u'7')->toString(), QStringLiteral("7"));
 
+    // Numbers read inside a document take the same value as on their own,
+    // whichever way the reader scans them.
+    int compared = 0;
+    for (const char *sign : {"", "-"}) {
+        for (const char *whole : {"", "0", "00", "7", "10", "120", "123456789012345678", "1234567890123456789",
+                                  "999999999999999999", "100000000000000000000"}) {
+            for (const char *fraction : {"", ".", ".0", ".5", ".000123", ".1234567890123456789", ".10"}) {
+                for (const char *exponent : {"", "e", "e5", "E-3", "e+0", "e-130", "e150", "e99999999999"}) {
+                    const QString number = QLatin1String(sign) + QLatin1String(whole) + QLatin1String(fraction)
+                        + QLatin1String(exponent);
+                    const auto alone = JsonDecimal::fromString(number);
+                    const auto read = dictionaryWithJSONString(QStringLiteral("{\"a\":") + number + u'}');
+                    // A number only starts at a digit or "-": ".5" or "+1" is no value.
+                    const bool starts = !number.isEmpty() && (number[0] == u'-' || number[0].isDigit());
+                    if (alone && starts) {
+                        QVERIFY2(read && read->contains(u"a"), qPrintable(number));
+                        QVERIFY2(*read->find(u"a") == JsonValue(*alone), qPrintable(number));
+                        ++compared;
+                    } else {
+                        QVERIFY2(!read || !read->contains(u"a"), qPrintable(number));
+                    }
+                }
+            }
+        }
+    }
+    QVERIFY(compared > 300);
+
     QCOMPARE(dec("1.50"), dec("1.5"));
     QCOMPARE(dec("-0"), JsonDecimal());
     QVERIFY(dec("1.5") != dec("-1.5"));
