@@ -71,21 +71,21 @@ void StartupController::buildMenu()
 {
     m_statusMenu = new QMenu;
     m_statusMenu->setObjectName(QStringLiteral("statusMenu"));
-    QAction *preferences = m_statusMenu->addAction(tr("Preferences…"));
+    QAction *preferences = m_statusMenu->addAction(tr("&Preferences…"));
     preferences->setObjectName(QStringLiteral("showPreferences"));
     connect(preferences, &QAction::triggered, this, &StartupController::showPreferences);
-    QAction *about = m_statusMenu->addAction(tr("About Quillon Server"));
+    QAction *about = m_statusMenu->addAction(tr("&About Quillon Server"));
     about->setObjectName(QStringLiteral("showAbout"));
     connect(about, &QAction::triggered, this, &StartupController::showAbout);
     m_statusMenu->addSeparator();
-    m_startAction = m_statusMenu->addAction(tr("Start Server"));
+    m_startAction = m_statusMenu->addAction(tr("&Start Server"));
     m_startAction->setObjectName(QStringLiteral("startServer"));
     connect(m_startAction, &QAction::triggered, this, &StartupController::startServerClicked);
-    m_stopAction = m_statusMenu->addAction(tr("Stop Server"));
+    m_stopAction = m_statusMenu->addAction(tr("S&top Server"));
     m_stopAction->setObjectName(QStringLiteral("stopServer"));
     connect(m_stopAction, &QAction::triggered, this, &StartupController::stopServerClicked);
     m_statusMenu->addSeparator();
-    QAction *quit = m_statusMenu->addAction(tr("Quit Quillon Server"));
+    QAction *quit = m_statusMenu->addAction(tr("&Quit Quillon Server"));
     quit->setObjectName(QStringLiteral("quit"));
     connect(quit, &QAction::triggered, this, &StartupController::quitClicked);
 }
