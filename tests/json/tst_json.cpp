@@ -1,5 +1,6 @@
 #include "json/JsonValue.h"
 
+#include <QThread>
 #include <QtTest>
 
 #include <cmath>
@@ -430,6 +431,24 @@ void TestJson::readerDepthLimit()
     // Too deep fails the whole text, even where a closing brace would
     // otherwise rescue the enclosing object.
     QVERIFY(!dictionaryWithJSONString(QStringLiteral("{\"a\":") + QString(kJsonMaxDepth, u'[') + u'}').has_value());
+
+    // The deepest accepted text reads within a fraction of the main thread's
+    // stack once the JVM exists (about 1 MB).
+    bool deepRead = false;
+    QThread *reader = QThread::create([&] {
+        QString mixed;
+        for (int i = 1; i < kJsonMaxDepth; ++i)
+            mixed += i % 2 ? QStringLiteral("{\"a\":") : QStringLiteral("[");
+        mixed += QStringLiteral("{\"k\":\"\\u00e9\"}");
+        for (int i = kJsonMaxDepth - 1; i >= 1; --i)
+            mixed += i % 2 ? u'}' : u']';
+        deepRead = dictionaryWithJSONString(mixed).has_value();
+    });
+    reader->setStackSize(256 * 1024);
+    reader->start();
+    QVERIFY(reader->wait(60000));
+    delete reader;
+    QVERIFY(deepRead);
 
     const int huge = 100000;
     QVERIFY(!dictionaryWithJSONString(QString(huge, u'{')).has_value());
