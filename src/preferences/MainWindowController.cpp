@@ -3,6 +3,7 @@
 #include "WindowLayouts.h"
 #include "platform/Defaults.h"
 #include "platform/DelayedCall.h"
+#include "platform/IntValue.h"
 #include "platform/SystemLog.h"
 #include "preferences/StartAtLogin.h"
 #include "preferences/TabController.h"
@@ -22,7 +23,6 @@
 #include <QTabWidget>
 #include <QWidget>
 
-#include <limits>
 
 namespace {
 
@@ -39,32 +39,6 @@ QList<MainWindowController::TabSetup> &tabSetups()
     return setups;
 }
 
-int saturated(qint64 value)
-{
-    if (value > std::numeric_limits<int>::max())
-        return std::numeric_limits<int>::max();
-    if (value < std::numeric_limits<int>::min())
-        return std::numeric_limits<int>::min();
-    return int(value);
-}
-
-// Leading blanks, an optional sign, then digits; the rest is ignored.
-int leadingInteger(QStringView text)
-{
-    qsizetype i = 0;
-    while (i < text.size() && text[i].isSpace())
-        ++i;
-    bool negative = false;
-    if (i < text.size() && (text[i] == QLatin1Char('+') || text[i] == QLatin1Char('-')))
-        negative = text[i++] == QLatin1Char('-');
-    qint64 value = 0;
-    for (; i < text.size() && text[i] >= QLatin1Char('0') && text[i] <= QLatin1Char('9'); ++i) {
-        value = value * 10 + (text[i].unicode() - '0');
-        if (value > qint64(std::numeric_limits<int>::max()) + 1)
-            break; // saturated below; more digits change nothing
-    }
-    return saturated(negative ? -value : value);
-}
 
 // A line edit's text as a proposal: never a null string, so that an empty
 // field is judged as the empty text it shows rather than as "no value".
@@ -318,32 +292,7 @@ void MainWindowController::setChangePasswordString(const QString &text)
 
 int MainWindowController::intValue(const QVariant &value)
 {
-    switch (value.typeId()) {
-    case QMetaType::UnknownType:
-        return 0;
-    case QMetaType::Bool:
-        return value.toBool() ? 1 : 0;
-    case QMetaType::QString:
-        return leadingInteger(value.toString());
-    case QMetaType::QByteArray:
-        return leadingInteger(QString::fromUtf8(value.toByteArray()));
-    case QMetaType::Double:
-    case QMetaType::Float: {
-        const double real = value.toDouble();
-        if (real != real)
-            return 0;
-        if (real >= double(std::numeric_limits<int>::max()))
-            return std::numeric_limits<int>::max();
-        if (real <= double(std::numeric_limits<int>::min()))
-            return std::numeric_limits<int>::min();
-        return int(real);
-    }
-    default:
-        break;
-    }
-    bool ok = false;
-    const qint64 number = value.toLongLong(&ok);
-    return ok ? saturated(number) : 0;
+    return ::intValue(value);
 }
 
 bool MainWindowController::validateCustomPort(const QVariant &proposed, ValidationError *error)

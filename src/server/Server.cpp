@@ -2,6 +2,7 @@
 
 #include "bridge/JNIServer.h"
 #include "platform/Defaults.h"
+#include "platform/IntValue.h"
 #include "platform/DelayedCall.h"
 #include "platform/Resources.h"
 #include "platform/SystemLog.h"
@@ -55,66 +56,6 @@ Defaults &store()
 JNIServer *java()
 {
     return JNIServer::instance();
-}
-
-int saturated(qint64 value)
-{
-    if (value > std::numeric_limits<int>::max())
-        return std::numeric_limits<int>::max();
-    if (value < std::numeric_limits<int>::min())
-        return std::numeric_limits<int>::min();
-    return int(value);
-}
-
-int saturated(double value)
-{
-    if (std::isnan(value))
-        return 0;
-    if (value >= double(std::numeric_limits<int>::max()))
-        return std::numeric_limits<int>::max();
-    if (value <= double(std::numeric_limits<int>::min()))
-        return std::numeric_limits<int>::min();
-    return int(value); // towards zero, like a C cast
-}
-
-// An integer read from text the way a number field's text has always been
-// read: leading blanks, a sign, digits; anything else ends it, no digits is 0.
-int intFromText(QStringView text)
-{
-    qsizetype i = 0;
-    while (i < text.size() && text[i].isSpace())
-        ++i;
-    bool negative = false;
-    if (i < text.size() && (text[i] == QLatin1Char('+') || text[i] == QLatin1Char('-')))
-        negative = text[i++] == QLatin1Char('-');
-    qint64 value = 0;
-    for (; i < text.size() && text[i] >= QLatin1Char('0') && text[i] <= QLatin1Char('9'); ++i) {
-        value = value * 10 + (text[i].unicode() - '0');
-        if (value > qint64(std::numeric_limits<int>::max()) + 1)
-            break;
-    }
-    return saturated(negative ? -value : value);
-}
-
-int intValue(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-        return value.toBool() ? 1 : 0;
-    case QMetaType::QString:
-        return intFromText(value.toString());
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return saturated(value.toDouble());
-    default:
-        break;
-    }
-    bool ok = false;
-    const qint64 number = value.toLongLong(&ok);
-    if (ok)
-        return saturated(number);
-    const double real = value.toDouble(&ok);
-    return ok ? saturated(real) : 0;
 }
 
 QString preferredLanguageKey(int index)
@@ -500,7 +441,7 @@ void Server::setRequiresPassword(bool required)
 void Server::setPassword(const QString &password)
 {
     const QString digest = password.isNull() ? QString() : PasswordDigest::getSHA1(password);
-    const int length = saturated(qint64(password.size()));
+    const int length = saturatedInt(qint64(password.size()));
     setPasswordDigest(digest);
     store().setInteger(length, kPasswordLength);
     setPasswordJNI();
