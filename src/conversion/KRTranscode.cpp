@@ -15,20 +15,6 @@ const JsonObject *objectMember(const JsonObject &object, QStringView key)
     return value && value->isObject() ? &value->toObject() : nullptr;
 }
 
-QString stringMember(const JsonObject &object, QStringView key)
-{
-    const JsonValue *value = member(object, key);
-    if (!value)
-        return QString();
-    if (value->isString()) {
-        const QString text = value->toString();
-        return text.isNull() ? QStringLiteral("") : text;
-    }
-    if (value->isNumber())
-        return value->toDecimal().toString();
-    return QString();
-}
-
 std::optional<JsonDecimal> numberMember(const JsonObject &object, QStringView key)
 {
     const JsonValue *value = member(object, key);
@@ -44,8 +30,8 @@ std::optional<KRQueueItem> KRQueueItem::itemFromDictionary(const JsonObject *dic
     if (!dictionary)
         return std::nullopt;
     KRQueueItem item;
-    item.setItemId(stringMember(*dictionary, u"id"));
-    item.setName(stringMember(*dictionary, u"name"));
+    item.setItemId(jsonTextMember(*dictionary, u"id"));
+    item.setName(jsonTextMember(*dictionary, u"name"));
     return item;
 }
 

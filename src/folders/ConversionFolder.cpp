@@ -53,9 +53,9 @@ QList<ConversionFolder> ConversionFolder::loadFolders()
             continue;
         const JsonObject &object = element.toObject();
         ConversionFolder folder;
-        folder.setName(FolderFile::stringMember(object, "name"));
-        folder.setLocation(FolderFile::stringMember(object, "id"));
-        folder.setFolderId(FolderFile::stringMember(object, "folderId"));
+        folder.setName(jsonTextMember(object, u"name"));
+        folder.setLocation(jsonTextMember(object, u"id"));
+        folder.setFolderId(jsonTextMember(object, u"folderId"));
         folders.append(folder);
     }
     return folders;

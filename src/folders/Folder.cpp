@@ -71,9 +71,9 @@ QList<Folder> Folder::loadFolders()
             continue;
         const JsonObject &object = element.toObject();
         Folder folder;
-        folder.setName(FolderFile::stringMember(object, "name"));
-        folder.setLocation(FolderFile::stringMember(object, "id"));
-        folder.setFolderId(FolderFile::stringMember(object, "folderId"));
+        folder.setName(jsonTextMember(object, u"name"));
+        folder.setLocation(jsonTextMember(object, u"id"));
+        folder.setFolderId(jsonTextMember(object, u"folderId"));
         const JsonValue *type = object.find(u"type");
         const bool disk = type && type->isString() && type->toString() == QLatin1String("DiskFolder");
         folder.setType(disk ? DiskFolder : ITunesPlaylist);

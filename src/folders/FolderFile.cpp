@@ -48,17 +48,3 @@ JsonArray FolderFile::foldersOf(const QString &text)
     return folders->toArray();
 }
 
-QString FolderFile::stringMember(const JsonObject &object, const char *key)
-{
-    const JsonValue *value = object.find(QString::fromLatin1(key));
-    if (!value)
-        return QString();
-    if (value->isString()) {
-        // Present, even when empty: never the null string of an absent value.
-        const QString text = value->toString();
-        return text.isNull() ? QStringLiteral("") : text;
-    }
-    if (value->isNumber())
-        return value->toDecimal().toString();
-    return QString();
-}

@@ -26,8 +26,4 @@ std::optional<QString> read(const QString &fileName);
 // holds no array there.
 JsonArray foldersOf(const QString &text);
 
-// A member as text: a string as it stands, a number by its digits; null,
-// a missing member and other kinds are absent (a null QString).
-QString stringMember(const JsonObject &object, const char *key);
-
 }

@@ -218,3 +218,17 @@ bool JsonValue::operator==(const JsonValue &other) const
     }
     return true; // both null
 }
+
+QString jsonTextMember(const JsonObject &object, QStringView key)
+{
+    const JsonValue *value = object.find(key);
+    if (!value)
+        return QString();
+    if (value->isString()) {
+        const QString text = value->toString();
+        return text.isNull() ? QStringLiteral("") : text;
+    }
+    if (value->isNumber())
+        return value->toDecimal().toString();
+    return QString();
+}

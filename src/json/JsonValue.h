@@ -129,6 +129,11 @@ private:
     Storage m_value;
 };
 
+// The text of `object`'s member `key` as records read it: a string as it is
+// (present even when empty), a number as its digits; a null QString when the
+// member is missing, JSON null or of another kind.
+QString jsonTextMember(const JsonObject &object, QStringView key);
+
 // The writer: the dictionary as JSON text in the program's own layout.
 QString jsonStringValue(const JsonObject &dictionary);
 

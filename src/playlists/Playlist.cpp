@@ -9,20 +9,6 @@ namespace {
 // that hostile bytes cannot exhaust the stack.
 constexpr int kMaxArchiveDepth = kJsonMaxDepth;
 
-QString stringMember(const JsonObject &object, QStringView key)
-{
-    const JsonValue *value = object.find(key);
-    if (!value)
-        return QString();
-    if (value->isString()) {
-        const QString text = value->toString();
-        return text.isNull() ? QStringLiteral("") : text;
-    }
-    if (value->isNumber())
-        return value->toDecimal().toString();
-    return QString();
-}
-
 void write(QDataStream &stream, const Playlist &playlist)
 {
     stream << playlist.itemId() << playlist.name();
@@ -99,8 +85,8 @@ std::optional<QList<Playlist>> Playlist::fromJSON(const JsonValue *value)
             continue;
         const JsonObject &object = element.toObject();
         Playlist playlist;
-        playlist.setName(stringMember(object, u"name"));
-        playlist.setItemId(stringMember(object, u"id"));
+        playlist.setName(jsonTextMember(object, u"name"));
+        playlist.setItemId(jsonTextMember(object, u"id"));
         playlist.setChildren(fromJSON(object.find(u"children")));
         playlists.append(playlist);
     }
