@@ -45,18 +45,5 @@ QList<ConversionFolder> ConversionFolder::loadFolders()
     if (!text)
         return {};
 
-    const JsonArray elements = FolderFile::foldersOf(*text);
-    QList<ConversionFolder> folders;
-    folders.reserve(qsizetype(elements.size()));
-    for (const JsonValue &element : elements) {
-        if (!element.isObject())
-            continue;
-        const JsonObject &object = element.toObject();
-        ConversionFolder folder;
-        folder.setName(jsonTextMember(object, u"name"));
-        folder.setLocation(jsonTextMember(object, u"id"));
-        folder.setFolderId(jsonTextMember(object, u"folderId"));
-        folders.append(folder);
-    }
-    return folders;
+    return FolderFile::recordsOf<ConversionFolder>(*text, [](ConversionFolder &, const JsonObject &) {});
 }

@@ -62,22 +62,9 @@ QList<Folder> Folder::loadFolders()
     if (!text)
         return {};
 
-    const JsonArray elements = FolderFile::foldersOf(*text);
-    QList<Folder> folders;
-    folders.reserve(qsizetype(elements.size()));
-    for (const JsonValue &element : elements) {
-        // Anything but an object carries no folder at all.
-        if (!element.isObject())
-            continue;
-        const JsonObject &object = element.toObject();
-        Folder folder;
-        folder.setName(jsonTextMember(object, u"name"));
-        folder.setLocation(jsonTextMember(object, u"id"));
-        folder.setFolderId(jsonTextMember(object, u"folderId"));
+    return FolderFile::recordsOf<Folder>(*text, [](Folder &folder, const JsonObject &object) {
         const JsonValue *type = object.find(u"type");
         const bool disk = type && type->isString() && type->toString() == QLatin1String("DiskFolder");
         folder.setType(disk ? DiskFolder : ITunesPlaylist);
-        folders.append(folder);
-    }
-    return folders;
+    });
 }

@@ -4,6 +4,7 @@
 
 #include "json/JsonValue.h"
 
+#include <QList>
 #include <QString>
 #include <optional>
 
@@ -25,5 +26,28 @@ std::optional<QString> read(const QString &fileName);
 // The "folders" array of the text; empty when the text does not parse or
 // holds no array there.
 JsonArray foldersOf(const QString &text);
+
+// One record per object of the "folders" array, in file order, with its
+// name, location ("id") and folderId; `fillRest` reads what else the record
+// holds. Anything but an object carries no folder at all.
+template <typename Record, typename FillRest>
+QList<Record> recordsOf(const QString &text, FillRest fillRest)
+{
+    const JsonArray elements = foldersOf(text);
+    QList<Record> records;
+    records.reserve(qsizetype(elements.size()));
+    for (const JsonValue &element : elements) {
+        if (!element.isObject())
+            continue;
+        const JsonObject &object = element.toObject();
+        Record record;
+        record.setName(jsonTextMember(object, u"name"));
+        record.setLocation(jsonTextMember(object, u"id"));
+        record.setFolderId(jsonTextMember(object, u"folderId"));
+        fillRest(record, object);
+        records.append(record);
+    }
+    return records;
+}
 
 }
