@@ -71,6 +71,10 @@ public final class Main {
         }
         ServerControl.init(applicationFolder());
         RemoteManagerControl.init(false, false);
+        // The same warm-up as the desktop controller's start-up: subtitle
+        // rendering needs the font and charset tables either way.
+        ServerControl.getAvailableFontFamilyNames();
+        ServerControl.getAvailableEncodings();
         File ffmpeg = besideJar("ffmpeg");
         if (ffmpeg != null) {
             ServerControl.setConverterFFMpegPath(ffmpeg.getPath());
