@@ -1,7 +1,5 @@
 // The server jar hosted in this process the way the controller hosts it: same launch
 // options (agent included), natives registered from C++, calls made through JNI.
-#include <QDir>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -10,40 +8,23 @@
 #include <jni.h>
 #include <thread>
 
-namespace {
+static std::atomic<int> g_updates{0}, g_updatesOffMainThread{0}, g_testResults{0};
+static std::atomic<bool> g_lastTestPassed{false};
+static std::thread::id g_mainThread;
+#define STATE "com/brookfen/quillon/common/control/RemoteManagerState"
 
-std::atomic<int> g_updates{0};
-std::atomic<int> g_updatesOffMainThread{0};
-std::atomic<int> g_testResults{0};
-std::atomic<bool> g_lastTestPassed{false};
-std::thread::id g_mainThread;
-
-void JNICALL nativeUpdate(JNIEnv *, jclass)
+static void JNICALL nativeUpdate(JNIEnv *, jclass)
 {
     ++g_updates;
     if (std::this_thread::get_id() != g_mainThread)
         ++g_updatesOffMainThread;
 }
 
-void JNICALL nativeConnectionTestEnded(JNIEnv *, jclass, jboolean passed)
+static void JNICALL nativeConnectionTestEnded(JNIEnv *, jclass, jboolean passed)
 {
     g_lastTestPassed = passed == JNI_TRUE;
     ++g_testResults;
 }
-
-bool waitUntil(const std::function<bool()> &condition, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!condition()) {
-        if (t.elapsed() > ms)
-            return false;
-        QThread::msleep(20);
-    }
-    return true;
-}
-
-} // namespace
 
 class TestJavaInProcess : public QObject
 {
@@ -53,31 +34,22 @@ class TestJavaInProcess : public QObject
     JNIEnv *m_env = nullptr;
     jclass m_control = nullptr;
     jclass m_remote = nullptr;
+    jclass m_state = nullptr;
 
-    QString callString(const char *method, const char *arg)
+    jmethodID control(const char *name, const char *signature) { return m_env->GetStaticMethodID(m_control, name, signature); }
+    jmethodID remote(const char *name, const char *signature) { return m_env->GetStaticMethodID(m_remote, name, signature); }
+    jobject state() { return m_env->CallStaticObjectMethod(m_remote, remote("getState", "()L" STATE ";")); }
+    jmethodID stateGetter(const char *name, const char *signature) { return m_env->GetMethodID(m_state, name, signature); }
+    QString getLog(const char *id)
     {
-        jmethodID id = m_env->GetStaticMethodID(m_control, method, "(Ljava/lang/String;)Ljava/lang/String;");
-        auto s = static_cast<jstring>(m_env->CallStaticObjectMethod(m_control, id, m_env->NewStringUTF(arg)));
+        auto s = static_cast<jstring>(m_env->CallStaticObjectMethod(
+            m_control, control("getLog", "(Ljava/lang/String;)Ljava/lang/String;"), m_env->NewStringUTF(id)));
         if (!s)
             return QString();
-        const char *utf = m_env->GetStringUTFChars(s, nullptr);
-        QString result = QString::fromUtf8(utf);
-        m_env->ReleaseStringUTFChars(s, utf);
-        return result;
-    }
-
-    jobject state()
-    {
-        jmethodID id = m_env->GetStaticMethodID(m_remote, "getState",
-                                                "()Lcom/brookfen/quillon/common/control/RemoteManagerState;");
-        return m_env->CallStaticObjectMethod(m_remote, id);
-    }
-
-    bool stateFlag(const char *getter)
-    {
-        jobject s = state();
-        jmethodID id = m_env->GetMethodID(m_env->GetObjectClass(s), getter, "()Z");
-        return m_env->CallBooleanMethod(s, id) == JNI_TRUE;
+        const jchar *chars = m_env->GetStringChars(s, nullptr);
+        const QString text = QString::fromUtf16(reinterpret_cast<const char16_t *>(chars), m_env->GetStringLength(s));
+        m_env->ReleaseStringChars(s, chars);
+        return text;
     }
 
 private slots:
@@ -88,11 +60,9 @@ private slots:
 void TestJavaInProcess::initTestCase()
 {
     g_mainThread = std::this_thread::get_id();
-    QVERIFY(m_tmp.isValid());
     void *jvm = dlopen(LIBJVM_PATH, RTLD_NOW | RTLD_GLOBAL);
     QVERIFY2(jvm, dlerror());
-    using CreateFn = jint(JNICALL *)(JavaVM **, void **, void *);
-    auto create = reinterpret_cast<CreateFn>(dlsym(jvm, "JNI_CreateJavaVM"));
+    auto create = reinterpret_cast<jint(JNICALL *)(JavaVM **, void **, void *)>(dlsym(jvm, "JNI_CreateJavaVM"));
     QVERIFY(create);
 
     const QString res = QStringLiteral(RESOURCE_DIR);
@@ -106,13 +76,12 @@ void TestJavaInProcess::initTestCase()
         "-Dsun.font.fontmanager=com.brookfen.font.osx.HeadlessFontManager",
         "-Dquillon-max-thumbnail-width=256",
         ("-agentpath:" + res + "/libMiniAgent.so=mode=fetch-absent-classes;class-cache-folder=" + cache
-         + ";class-load-url-prefix=http://127.0.0.1:9/JVM/v1/classes/")
-            .toUtf8(),
+         + ";class-load-url-prefix=http://127.0.0.1:9/JVM/v1/classes/").toUtf8(),
         "-Dquillon.bind.address=127.0.0.1",
     };
-    QVector<JavaVMOption> options(texts.size());
-    for (int i = 0; i < texts.size(); ++i)
-        options[i] = JavaVMOption{texts[i].data(), nullptr};
+    QVector<JavaVMOption> options;
+    for (QByteArray &text : texts)
+        options.append(JavaVMOption{text.data(), nullptr});
     JavaVMInitArgs args{JNI_VERSION_1_4, jint(options.size()), options.data(), JNI_FALSE};
     JavaVM *vm = nullptr;
     QCOMPARE(create(&vm, reinterpret_cast<void **>(&m_env), &args), JNI_OK);
@@ -120,47 +89,41 @@ void TestJavaInProcess::initTestCase()
 
     m_control = m_env->FindClass("com/brookfen/quillon/common/control/ServerControl");
     m_remote = m_env->FindClass("com/brookfen/quillon/common/control/RemoteManagerControl");
-    QVERIFY(m_control && m_remote);
+    m_state = m_env->FindClass(STATE);
+    QVERIFY(m_control && m_remote && m_state);
     JNINativeMethod natives[] = {
         {const_cast<char *>("update"), const_cast<char *>("()V"), reinterpret_cast<void *>(nativeUpdate)},
         {const_cast<char *>("connectionTestEnded"), const_cast<char *>("(Z)V"),
          reinterpret_cast<void *>(nativeConnectionTestEnded)},
     };
     QCOMPARE(m_env->RegisterNatives(m_remote, natives, 2), JNI_OK);
-
-    const QByteArray app = (m_tmp.path() + QStringLiteral("/app")).toUtf8();
-    m_env->CallStaticVoidMethod(m_control, m_env->GetStaticMethodID(m_control, "init", "(Ljava/lang/String;)V"),
-                                m_env->NewStringUTF(app.constData()));
-    m_env->CallStaticVoidMethod(m_remote, m_env->GetStaticMethodID(m_remote, "init", "(ZZ)V"), JNI_TRUE, JNI_FALSE);
+    m_env->CallStaticVoidMethod(m_control, control("init", "(Ljava/lang/String;)V"),
+                                m_env->NewStringUTF((m_tmp.path() + QStringLiteral("/app")).toUtf8().constData()));
+    m_env->CallStaticVoidMethod(m_remote, remote("init", "(ZZ)V"), JNI_TRUE, JNI_FALSE);
     QVERIFY(!m_env->ExceptionCheck());
 }
 
 void TestJavaInProcess::serverRunsAndCallsBackThroughTheNatives()
 {
-    m_env->CallStaticVoidMethod(m_control, m_env->GetStaticMethodID(m_control, "setDefaultPort", "(I)V"), 0);
-    const jint port = m_env->CallStaticIntMethod(m_control, m_env->GetStaticMethodID(m_control, "startServer", "()I"));
-    QVERIFY(port > 0);
-    QVERIFY(m_env->CallStaticBooleanMethod(m_control, m_env->GetStaticMethodID(m_control, "serverRunning", "()Z")));
-    QVERIFY(callString("getLog", "remote").contains(QStringLiteral("Server started on port %1").arg(port)));
-    QVERIFY(callString("getLog", "no-such-log").isNull());
+    m_env->CallStaticVoidMethod(m_control, control("setDefaultPort", "(I)V"), 0);
+    const jint port = m_env->CallStaticIntMethod(m_control, control("startServer", "()I"));
+    QVERIFY(port > 0 && m_env->CallStaticBooleanMethod(m_control, control("serverRunning", "()Z")));
+    QVERIFY(getLog("remote").contains(QStringLiteral("Server started on port %1").arg(port)));
+    QVERIFY(getLog("no-such-log").isNull());
 
-    QVERIFY(waitUntil([] { return g_updates > 0; }, 5000));
+    // Java calls the natives from its own threads.
+    QTRY_VERIFY(g_updates > 0);
     QCOMPARE(g_updatesOffMainThread.load(), g_updates.load());
-    QVERIFY(waitUntil([this] { return stateFlag("isTestConnectionVisible"); }, 5000));
-    jobject s = state();
-    QCOMPARE(m_env->CallIntMethod(s, m_env->GetMethodID(m_env->GetObjectClass(s), "getPort", "()I")), port);
-
-    m_env->CallStaticVoidMethod(m_remote, m_env->GetStaticMethodID(m_remote, "testConnection", "()V"));
-    QVERIFY(waitUntil([] { return g_testResults > 0; }, 5000));
+    QTRY_VERIFY(m_env->CallBooleanMethod(state(), stateGetter("isTestConnectionVisible", "()Z")));
+    QCOMPARE(m_env->CallIntMethod(state(), stateGetter("getPort", "()I")), port);
+    m_env->CallStaticVoidMethod(m_remote, remote("testConnection", "()V"));
+    QTRY_VERIFY(g_testResults > 0);
     QVERIFY(g_lastTestPassed);
 
-    jobject list = m_env->CallStaticObjectMethod(
-        m_control, m_env->GetStaticMethodID(m_control, "getAvailableEncodings", "()Ljava/util/List;"));
-    jclass listClass = m_env->FindClass("java/util/List");
-    QVERIFY(m_env->CallIntMethod(list, m_env->GetMethodID(listClass, "size", "()I")) > 10);
-
-    m_env->CallStaticVoidMethod(m_control, m_env->GetStaticMethodID(m_control, "stopServer", "()V"));
-    QVERIFY(!m_env->CallStaticBooleanMethod(m_control, m_env->GetStaticMethodID(m_control, "serverRunning", "()Z")));
+    jobject list = m_env->CallStaticObjectMethod(m_control, control("getAvailableEncodings", "()Ljava/util/List;"));
+    QVERIFY(m_env->CallIntMethod(list, m_env->GetMethodID(m_env->FindClass("java/util/List"), "size", "()I")) > 10);
+    m_env->CallStaticVoidMethod(m_control, control("stopServer", "()V"));
+    QVERIFY(!m_env->CallStaticBooleanMethod(m_control, control("serverRunning", "()Z")));
     QVERIFY(!m_env->ExceptionCheck());
 }
 
