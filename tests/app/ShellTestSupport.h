@@ -1,32 +1,24 @@
 #pragma once
 
+#include "WindowController.h"
 #include "platform/Defaults.h"
 
 #include <QApplication>
-#include <QDir>
+#include <QPointer>
 #include <QTemporaryDir>
 #include <QWidget>
+#include <QtTest>
 
-// A home and configuration folder of the test's own, so that neither the
-// defaults nor the server's application folder touch the real ones. Set up
-// before anything reads the defaults or creates the JVM.
-class TestHome
+// Points HOME and XDG_CONFIG_HOME into `home`, so that neither the defaults
+// nor the server's application folder touch the real ones. Called before
+// anything reads the defaults or creates the JVM.
+inline bool useTestHome(const QTemporaryDir &home)
 {
-public:
-    bool setUp()
-    {
-        if (!m_dir.isValid())
-            return false;
-        qputenv("HOME", QFile::encodeName(m_dir.path()));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir.filePath(QStringLiteral("config"))));
-        Defaults::resetStandard();
-        return true;
-    }
-    QString filePath(const QString &name) const { return m_dir.filePath(name); }
-
-private:
-    QTemporaryDir m_dir;
-};
+    qputenv("HOME", QFile::encodeName(home.path()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
+    Defaults::resetStandard();
+    return home.isValid();
+}
 
 inline const QString kPreferencesTitle = QStringLiteral("Quillon Server Preferences");
 
@@ -39,4 +31,20 @@ inline QList<QWidget *> visibleWindows(const QString &title)
             found << widget;
     }
     return found;
+}
+
+// Closes a preferences window past the close warning, leaving the stored
+// wish as it was, and waits until its controller is gone.
+inline bool closePreferences(WindowController *controller)
+{
+    if (!controller)
+        return true;
+    QPointer<WindowController> watch = controller;
+    const QString skipKey = QStringLiteral("skipCloseWarning");
+    const QVariant skip = Defaults::standard().objectForKey(skipKey);
+    Defaults::standard().setBool(true, skipKey);
+    controller->window()->close();
+    const bool gone = QTest::qWaitFor([&] { return watch.isNull(); }, 3000);
+    Defaults::standard().setObject(skip, skipKey);
+    return gone;
 }

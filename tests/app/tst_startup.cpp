@@ -1,20 +1,14 @@
-// The application controller against the fixture server: the icon before and
-// after the Server exists, first and second start, the status menu's
-// actions, one preferences window and one About window at a time.
+// The application controller against the fixture server.
 #include "AboutController.h"
-#include "BridgeFixture.h"
 #include "LogCapture.h"
 #include "ShellTestSupport.h"
 #include "StartupController.h"
-#include "WindowController.h"
 #include "bridge/JNIServer.h"
-#include "platform/Defaults.h"
 #include "server/Server.h"
 
 #include <QAction>
 #include <QMenu>
 #include <QSystemTrayIcon>
-#include <QtTest>
 
 #include <memory>
 
@@ -26,19 +20,9 @@ QAction *menuAction(StartupController *controller, const char *name)
     return controller->statusMenu()->findChild<QAction *>(QLatin1String(name));
 }
 
-// Closes the preferences window without the warning sheet and waits until
-// its controller is gone.
-bool closePreferences(StartupController *controller)
+QVariant stored(const char *key)
 {
-    if (!controller->mainWindowController())
-        return true;
-    Defaults::standard().setBool(true, QStringLiteral("skipCloseWarning"));
-    controller->mainWindowController()->window()->close();
-    QDeadlineTimer deadline(3000);
-    while (controller->mainWindowController() && !deadline.hasExpired())
-        QTest::qWait(10);
-    Defaults::standard().removeObjectForKey(QStringLiteral("skipCloseWarning"));
-    return controller->mainWindowController() == nullptr;
+    return Defaults::standard().objectForKey(QLatin1String(key));
 }
 }
 
@@ -46,21 +30,21 @@ class TestStartup : public QObject
 {
     Q_OBJECT
 
-    TestHome m_home;
+    QTemporaryDir m_home;
     LogCapture m_log;
-    std::unique_ptr<StartupController> m_controller; // the awake one, from firstStart on
+    std::unique_ptr<StartupController> m_controller; // the awake one, from firstAndSecondStart on
 
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_home.setUp());
+        QVERIFY(useTestHome(m_home));
         StartupController::setTrayProbe([] { return g_trayAvailable; });
     }
 
     void cleanupTestCase()
     {
         if (m_controller)
-            closePreferences(m_controller.get());
+            closePreferences(m_controller->mainWindowController());
         m_controller.reset();
         StartupController::setTrayProbe({});
     }
@@ -68,8 +52,7 @@ private slots:
     // Runs before anything creates the Server.
     void iconFromSavedWishBeforeTheServer()
     {
-        Defaults &defaults = Defaults::standard();
-        defaults.setBool(false, QStringLiteral("serverRunning"));
+        Defaults::standard().setBool(false, QStringLiteral("serverRunning"));
         {
             StartupController stopped;
             QCOMPARE(stopped.iconName(), QStringLiteral("mac-menu-off"));
@@ -78,47 +61,37 @@ private slots:
             QVERIFY(menuAction(&stopped, "startServer")->isEnabled());
             QVERIFY(!menuAction(&stopped, "stopServer")->isEnabled());
         }
-        defaults.removeObjectForKey(QStringLiteral("serverRunning"));
-        {
-            StartupController fresh;
-            QCOMPARE(fresh.iconName(), QStringLiteral("mac-menu-on"));
-            QVERIFY(!fresh.statusItem()->icon().isNull());
-        }
-        // Neither made the Server (nor, through it, the JVM).
-        QCOMPARE(JNIServer::instance(), nullptr);
-        QCOMPARE(m_log.count(QStringLiteral("StartupController Dealloc")), 2);
-        // Every entry of the menu is there, Quit included.
-        StartupController menu;
-        QStringList texts;
-        for (QAction *action : menu.statusMenu()->actions())
+        Defaults::standard().removeObjectForKey(QStringLiteral("serverRunning"));
+        StartupController fresh;
+        QCOMPARE(fresh.iconName(), QStringLiteral("mac-menu-on"));
+        QStringList names;
+        for (QAction *action : fresh.statusMenu()->actions())
             if (!action->isSeparator())
-                texts << action->objectName();
-        QCOMPARE(texts, QStringList({"showPreferences", "showAbout", "startServer", "stopServer", "quit"}));
+                names << action->objectName();
+        QCOMPARE(names, QStringList({"showPreferences", "showAbout", "startServer", "stopServer", "quit"}));
+        QCOMPARE(JNIServer::instance(), nullptr); // no Server, hence no JVM
+        QCOMPARE(m_log.count(QStringLiteral("StartupController Dealloc")), 1);
     }
 
     void firstAndSecondStart()
     {
         QVERIFY(!Defaults::standard().contains(QStringLiteral("hasBeenRun")));
-        g_trayAvailable = true;
         m_controller = std::make_unique<StartupController>();
         m_controller->awakeFromNib();
         QVERIFY2(JNIServer::instance() && JNIServer::instance()->isAvailable(),
                  qPrintable(m_log.lines().join(QLatin1Char('\n'))));
-        QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("hasBeenRun")), QVariant(true));
+        QCOMPARE(stored("hasBeenRun"), QVariant(true));
         QVERIFY(m_controller->mainWindowController());
         QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
-        // A fresh installation starts the server; the icon shows it.
-        QVERIFY(Server::instance()->isRunning());
+        QVERIFY(Server::instance()->isRunning()); // a fresh installation starts the server
         QCOMPARE(m_controller->iconName(), QStringLiteral("mac-menu-on"));
         QVERIFY(!m_controller->isLookingForTray());
-        QVERIFY(closePreferences(m_controller.get()));
+        QVERIFY(closePreferences(m_controller->mainWindowController()));
 
-        // The next start finds the key and opens nothing.
         StartupController second;
         second.awakeFromNib();
         QCOMPARE(second.mainWindowController(), nullptr);
         QVERIFY(visibleWindows(kPreferencesTitle).isEmpty());
-        QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("hasBeenRun")), QVariant(true));
     }
 
     void withoutTrayThePreferencesOpen()
@@ -126,10 +99,9 @@ private slots:
         g_trayAvailable = false;
         StartupController controller;
         controller.awakeFromNib();
-        QVERIFY(controller.mainWindowController());
         QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
         QVERIFY(controller.isLookingForTray());
-        QVERIFY(closePreferences(&controller));
+        QVERIFY(closePreferences(controller.mainWindowController()));
 
         // A tray that turns up later gets the icon.
         g_trayAvailable = true;
@@ -141,88 +113,50 @@ private slots:
     void iconFollowsTheServer()
     {
         StartupController *controller = m_controller.get();
-        QVERIFY(controller);
-        Server *server = Server::instance();
-        QVERIFY(server->isRunning());
-        QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-on"));
+        QVERIFY(controller && Server::instance()->isRunning());
         QVERIFY(!menuAction(controller, "startServer")->isEnabled());
 
-        // The server stops by itself: the poll notices within a second.
-        QElapsedTimer clock;
-        clock.start();
+        // The server stops by itself: the poll notices within a second, and
+        // the wish is untouched so that the next launch starts it again.
         JNIServer::instance()->stop();
         QTRY_COMPARE_WITH_TIMEOUT(controller->iconName(), QStringLiteral("mac-menu-off"), 1500);
-        QVERIFY(clock.elapsed() <= 1500);
         QVERIFY(menuAction(controller, "startServer")->isEnabled());
         QVERIFY(!menuAction(controller, "stopServer")->isEnabled());
-        // The wish was not touched: the next launch starts it again.
         QVERIFY(Server::preferencesIsRunning());
 
-        // The menu's start and stop go through the facade.
         menuAction(controller, "startServer")->trigger();
         QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-on"));
-        QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("serverRunning")), QVariant(true));
+        QCOMPARE(stored("serverRunning"), QVariant(true));
         menuAction(controller, "stopServer")->trigger();
         QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-off"));
-        QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("serverRunning")), QVariant(false));
-
-        // Stop while stopped changes nothing.
-        BridgeFixture::clearRecordedCalls();
-        controller->stopServerClicked();
-        QVERIFY(!BridgeFixture::recordedCalls().contains(QStringLiteral("stopServer()")));
-        QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("serverRunning")), QVariant(false));
+        QCOMPARE(stored("serverRunning"), QVariant(false));
 
         // Started from outside the menu: the poll brings the icon back.
         JNIServer::instance()->start();
         QTRY_COMPARE_WITH_TIMEOUT(controller->iconName(), QStringLiteral("mac-menu-on"), 1500);
     }
 
-    void onePreferencesWindowAtATime()
+    void oneWindowOfEachAtATime()
     {
         StartupController *controller = m_controller.get();
         m_log.clear();
-        controller->showPreferences();
-        WindowController *first = controller->mainWindowController();
-        QVERIFY(first);
-        QWidget *window = first->window();
-        menuAction(controller, "showPreferences")->trigger();
-        QCOMPARE(controller->mainWindowController(), first);
-        QCOMPARE(visibleWindows(kPreferencesTitle), QList<QWidget *>{window});
+        for (int opening = 1; opening <= 2; ++opening) {
+            menuAction(controller, "showPreferences")->trigger();
+            WindowController *window = controller->mainWindowController();
+            QVERIFY(window);
+            controller->showPreferences();
+            QCOMPARE(controller->mainWindowController(), window);
+            QCOMPARE(visibleWindows(kPreferencesTitle), QList<QWidget *>{window->window()});
+            QVERIFY(closePreferences(window));
+            QCOMPARE(controller->mainWindowController(), nullptr);
+            QCOMPARE(m_log.count(QStringLiteral("MainWindowController Dealloc")), opening);
+        }
 
-        QVERIFY(closePreferences(controller));
-        QCOMPARE(m_log.count(QStringLiteral("MainWindowController Dealloc")), 1);
-        QVERIFY(visibleWindows(kPreferencesTitle).isEmpty());
-
-        // A new controller and a new window from the layout.
-        controller->showPreferences();
-        QVERIFY(controller->mainWindowController());
-        QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
-        QVERIFY(closePreferences(controller));
-        QCOMPARE(m_log.count(QStringLiteral("MainWindowController Dealloc")), 2);
-    }
-
-    void oneAboutWindowAtATime()
-    {
-        StartupController *controller = m_controller.get();
-        m_log.clear();
-        QCOMPARE(AboutController::currentInstance(), nullptr);
         menuAction(controller, "showAbout")->trigger();
+        controller->showAbout();
         AboutController *about = AboutController::currentInstance();
-        QVERIFY(about);
-        QVERIFY(about->window()->isVisible());
-        controller->showAbout();
-        QCOMPARE(AboutController::currentInstance(), about);
-        const QString title = about->window()->windowTitle();
-        QCOMPARE(visibleWindows(title).size(), 1);
-
+        QCOMPARE(visibleWindows(about->window()->windowTitle()), QList<QWidget *>{about->window()});
         about->window()->close();
-        QTRY_COMPARE(m_log.count(QStringLiteral("AboutController Dealloc")), 1);
-        QCOMPARE(AboutController::currentInstance(), nullptr);
-        controller->showAbout();
-        QVERIFY(AboutController::currentInstance());
-        QCOMPARE(visibleWindows(title).size(), 1);
-        AboutController::currentInstance()->window()->close();
-        QTRY_COMPARE(m_log.count(QStringLiteral("AboutController Dealloc")), 2);
     }
 };
 
