@@ -1,207 +1,78 @@
 #include "BridgeFixture.h"
 
+#include "bridge/JNIServer.h"
 #include "bridge/JvmLoader.h"
 
 #include <jni.h>
 
-#include <cstdio>
-
-namespace {
-const char *const kServerControl = "com/brookfen/quillon/common/control/ServerControl";
-const char *const kRemoteManagerControl = "com/brookfen/quillon/common/control/RemoteManagerControl";
-
-// The main thread's environment within a local frame of its own.
-class Frame
+QString BridgeFixture::call(const QString &command, const QString &arg)
 {
-public:
-    Frame()
-    {
-        JavaVM *vm = JvmLoader::createdJavaVM();
-        if (!vm || vm->GetEnv(reinterpret_cast<void **>(&env), JNI_VERSION_1_4) != JNI_OK || env->PushLocalFrame(64) != 0)
-            env = nullptr;
+    JavaVM *vm = JvmLoader::createdJavaVM();
+    JNIEnv *env = nullptr;
+    if (!vm || vm->GetEnv(reinterpret_cast<void **>(&env), JNI_VERSION_1_4) != JNI_OK || env->PushLocalFrame(16) != 0)
+        return QString();
+    auto toJava = [env](const QString &text) {
+        return env->NewString(reinterpret_cast<const jchar *>(text.utf16()), jsize(text.size()));
+    };
+    QString result;
+    jclass c = env->FindClass("com/brookfen/quillon/common/control/ServerControl");
+    const char *signature = "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;";
+    if (jmethodID id = c ? env->GetStaticMethodID(c, "fixture", signature) : nullptr) {
+        auto value = static_cast<jstring>(env->CallStaticObjectMethod(c, id, toJava(command), toJava(arg)));
+        if (value && !env->ExceptionCheck()) {
+            const jchar *chars = env->GetStringChars(value, nullptr);
+            result = QString(reinterpret_cast<const QChar *>(chars), env->GetStringLength(value));
+            env->ReleaseStringChars(value, chars);
+        }
     }
-    ~Frame()
-    {
-        if (env)
-            env->PopLocalFrame(nullptr);
-    }
-    bool failed()
-    {
-        if (!env->ExceptionCheck())
-            return false;
+    if (env->ExceptionCheck()) {
         env->ExceptionDescribe();
         env->ExceptionClear();
-        return true;
     }
-    jstring string(const QString &text)
-    {
-        if (text.isNull())
-            return nullptr;
-        return env->NewString(reinterpret_cast<const jchar *>(text.utf16()), jsize(text.size()));
-    }
-    QString text(jobject object)
-    {
-        if (!object)
-            return QString();
-        auto string = static_cast<jstring>(object);
-        const jchar *chars = env->GetStringChars(string, nullptr);
-        QString result(reinterpret_cast<const QChar *>(chars), env->GetStringLength(string));
-        env->ReleaseStringChars(string, chars);
-        return result;
-    }
-    QStringList strings(jobject list)
-    {
-        QStringList result;
-        if (!list)
-            return result;
-        jclass listClass = env->FindClass("java/util/List");
-        jmethodID size = env->GetMethodID(listClass, "size", "()I");
-        jmethodID get = env->GetMethodID(listClass, "get", "(I)Ljava/lang/Object;");
-        const jint count = env->CallIntMethod(list, size);
-        for (jint i = 0; i < count && !failed(); ++i)
-            result << text(env->CallObjectMethod(list, get, i));
-        return result;
-    }
-    jclass cls(const char *name)
-    {
-        jclass result = env->FindClass(name);
-        return failed() ? nullptr : result;
-    }
-    // A static method by name and signature, or nullptr.
-    jmethodID method(jclass c, const char *name, const char *signature)
-    {
-        if (!c)
-            return nullptr;
-        jmethodID id = env->GetStaticMethodID(c, name, signature);
-        return failed() ? nullptr : id;
-    }
-
-    JNIEnv *env = nullptr;
-};
-
-void callVoid(const char *className, const char *name, const char *signature, const jvalue *args)
-{
-    Frame frame;
-    if (!frame.env)
-        return;
-    jclass c = frame.cls(className);
-    if (jmethodID id = frame.method(c, name, signature)) {
-        frame.env->CallStaticVoidMethodA(c, id, args);
-        frame.failed();
-    }
-}
+    env->PopLocalFrame(nullptr);
+    return result;
 }
 
-void BridgeFixture::script(const QString &key, const QString &value)
+QStringList BridgeFixture::nonEmptyAnswers(JNIServer *server)
 {
-    Frame frame;
-    if (!frame.env)
-        return;
-    jclass c = frame.cls(kServerControl);
-    if (jmethodID id = frame.method(c, "script", "(Ljava/lang/String;Ljava/lang/String;)V")) {
-        frame.env->CallStaticVoidMethod(c, id, frame.string(key), frame.string(value.isNull() ? QStringLiteral("<null>") : value));
-        frame.failed();
-    }
-}
-
-void BridgeFixture::resetScript()
-{
-    callVoid(kServerControl, "resetScript", "()V", nullptr);
-}
-
-QString BridgeFixture::scripted(const QString &key)
-{
-    Frame frame;
-    if (!frame.env)
-        return QString();
-    jclass c = frame.cls(kServerControl);
-    if (jmethodID id = frame.method(c, "scripted", "(Ljava/lang/String;)Ljava/lang/String;")) {
-        jobject value = frame.env->CallStaticObjectMethod(c, id, frame.string(key));
-        if (!frame.failed())
-            return frame.text(value);
-    }
-    return QString();
-}
-
-QStringList BridgeFixture::recordedCalls()
-{
-    Frame frame;
-    if (!frame.env)
-        return {};
-    jclass c = frame.cls(kServerControl);
-    if (jmethodID id = frame.method(c, "getRecordedCalls", "()Ljava/util/List;")) {
-        jobject list = frame.env->CallStaticObjectMethod(c, id);
-        if (!frame.failed())
-            return frame.strings(list);
-    }
-    return {};
-}
-
-void BridgeFixture::clearRecordedCalls()
-{
-    callVoid(kServerControl, "clearRecordedCalls", "()V", nullptr);
-}
-
-QString BridgeFixture::property(const QString &name)
-{
-    Frame frame;
-    if (!frame.env)
-        return QString();
-    jclass c = frame.cls(kRemoteManagerControl);
-    if (jmethodID id = frame.method(c, "property", "(Ljava/lang/String;)Ljava/lang/String;")) {
-        jobject value = frame.env->CallStaticObjectMethod(c, id, frame.string(name));
-        if (!frame.failed())
-            return frame.text(value);
-    }
-    return QString();
-}
-
-QStringList BridgeFixture::inputArguments()
-{
-    Frame frame;
-    if (!frame.env)
-        return {};
-    jclass c = frame.cls(kRemoteManagerControl);
-    if (jmethodID id = frame.method(c, "inputArguments", "()Ljava/util/List;")) {
-        jobject list = frame.env->CallStaticObjectMethod(c, id);
-        if (!frame.failed())
-            return frame.strings(list);
-    }
-    return {};
-}
-
-qint64 BridgeFixture::usedHeapAfterGc()
-{
-    Frame frame;
-    if (!frame.env)
-        return -1;
-    jclass c = frame.cls(kRemoteManagerControl);
-    if (jmethodID id = frame.method(c, "usedHeapAfterGc", "()J")) {
-        const jlong used = frame.env->CallStaticLongMethod(c, id);
-        if (!frame.failed())
-            return used;
-    }
-    return -1;
-}
-
-void BridgeFixture::fireUpdates(int threads, int perThread)
-{
-    jvalue args[2];
-    args[0].i = threads;
-    args[1].i = perThread;
-    callVoid(kRemoteManagerControl, "fireUpdates", "(II)V", args);
-}
-
-void BridgeFixture::fireConnectionTestEnded(bool passed)
-{
-    jvalue arg;
-    arg.z = passed ? JNI_TRUE : JNI_FALSE;
-    callVoid(kRemoteManagerControl, "fireConnectionTestEnded", "(Z)V", &arg);
-}
-
-void BridgeFixture::startBurst(int threads)
-{
-    jvalue arg;
-    arg.i = threads;
-    callVoid(kRemoteManagerControl, "startBurst", "(I)V", &arg);
+    const QString text = QStringLiteral("x");
+    server->stop();
+    server->quit();
+    server->initialized();
+    server->setDefaultPort(45631);
+    server->setConverterMaxWidth(1);
+    server->setConverterMaxHeight(1);
+    server->converterResetQueue();
+    server->setComputerName(text);
+    server->setPasswordDigest(QString());
+    server->setConverterFFMpegPath(text);
+    server->setConverterFaacPath(text);
+    server->setConverterMuxerPath(text);
+    server->setFontSize(12);
+    server->setDisableEmbeddedSubtitlesIfNoLanguageMatches(true);
+    server->setDefaultCharset(text);
+    server->setFontFamilyName(text);
+    server->setPreferredLanguages({text});
+    server->clearLog(text);
+    server->setEnableRemote(true);
+    server->setEnablePortMapping(true);
+    server->retry();
+    server->testConnection();
+    QStringList wrong;
+    const auto expectEmpty = [&](bool empty, const char *name) {
+        if (!empty)
+            wrong << QLatin1String(name);
+    };
+    expectEmpty(server->start() == 0, "start");
+    expectEmpty(!server->isRunning(), "isRunning");
+    expectEmpty(server->getDefaultCharset().isNull(), "getDefaultCharset");
+    expectEmpty(server->getFontFamilyName().isNull(), "getFontFamilyName");
+    expectEmpty(server->getLog(text).isNull(), "getLog");
+    expectEmpty(server->getLastConversionLog().isNull(), "getLastConversionLog");
+    expectEmpty(server->getConverterQueueAsJSON().isNull(), "getConverterQueueAsJSON");
+    expectEmpty(server->getAvailableEncodings().isEmpty(), "getAvailableEncodings");
+    expectEmpty(server->getAvailableFontFamilyNames().isEmpty(), "getAvailableFontFamilyNames");
+    expectEmpty(server->getAvailableLanguages().isEmpty(), "getAvailableLanguages");
+    expectEmpty(!server->getRemoteManagerState().has_value(), "getRemoteManagerState");
+    return wrong;
 }

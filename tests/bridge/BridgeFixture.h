@@ -3,23 +3,26 @@
 #include <QString>
 #include <QStringList>
 
+class JNIServer;
+
 // Test access to the fixture jar (fixture/README.md) inside the JVM that
-// JNIServer created in this process. Main thread only; every function does
-// nothing (or returns an empty result) when there is no JVM.
+// JNIServer created in this process. Main thread only; without a JVM every
+// call does nothing and answers a null text.
 namespace BridgeFixture {
 
-// ServerControl.script: "<null>" or a null QString scripts null.
-void script(const QString &key, const QString &value);
-void resetScript();
-QString scripted(const QString &key); // ServerControl.scripted
-QStringList recordedCalls();
-void clearRecordedCalls();
+// ServerControl.fixture(command, arg); lists come back one element a line.
+QString call(const QString &command, const QString &arg = QString());
 
-// RemoteManagerControl helpers of the fixture.
-QString property(const QString &name); // System.getProperty
-QStringList inputArguments();          // as the JVM received them
-qint64 usedHeapAfterGc();              // bytes, after System.gc()
-void fireUpdates(int threads, int perThread);
-void fireConnectionTestEnded(bool passed);
-void startBurst(int threads);
+// A scripted answer; a null value scripts Java's null.
+inline void script(const QString &key, const QString &value)
+{
+    call(QStringLiteral("script"), key + QLatin1Char('=') + (value.isNull() ? QStringLiteral("<null>") : value));
+}
+inline void resetScript() { call(QStringLiteral("reset")); }
+inline QStringList recordedCalls() { return call(QStringLiteral("calls")).split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+inline void clearRecordedCalls() { call(QStringLiteral("clearCalls")); }
+
+// Calls every operation of `server`; the names of those that did not give
+// the empty answer.
+QStringList nonEmptyAnswers(JNIServer *server);
 }

@@ -24,38 +24,40 @@ inline void useTemporaryHome(const QTemporaryDir &dir)
     Defaults::resetStandard();
 }
 
-// The calls Java received from the facade's own start-up: those after the
-// bridge's initialisation and its warm-up listings.
+// The calls of the facade's own start-up: those after the bridge's
+// initialisation and its warm-up listings.
 inline QStringList callsAfterBridgeInit(const QStringList &calls)
 {
     qsizetype i = 0;
     while (i < calls.size() && !calls[i].startsWith(QLatin1String("RemoteManagerControl.init(")))
         ++i;
-    ++i;
-    while (i < calls.size() && calls[i].startsWith(QLatin1String("getAvailable")))
+    for (++i; i < calls.size() && calls[i].startsWith(QLatin1String("getAvailable"));)
         ++i;
     return calls.mid(i);
 }
 
-// What the store held under `key` at the moment Java received `method`
-// during `action`. The fixture throws from that method, and the bridge logs
-// the exception while the setter is still running, so the log line marks the
-// moment of the push. "<no push>" when Java never received it. Resets the
-// fixture's script and call log.
-inline QVariant storedAtPush(const QString &method, const QString &key, const std::function<void()> &action)
+// The calls Java received during `action`. With a `method`, the fixture
+// throws from it, and the bridge logs that while the setter still runs:
+// *stored gets what the store held under `key` at that moment ("<no push>"
+// if Java never received `method`).
+inline QStringList callsDuring(const std::function<void()> &action, const QString &method = QString(),
+                               const QString &key = QString(), QVariant *stored = nullptr)
 {
     BridgeFixture::resetScript();
-    BridgeFixture::script(QStringLiteral("throw.") + method, QStringLiteral("probe"));
-    QVariant seen = QStringLiteral("<no push>");
-    const QString marker = QStringLiteral("Java exception in %1:").arg(method);
-    SystemLog::setSink([&](const QString &line) {
-        if (line.startsWith(marker))
-            seen = Defaults::standard().objectForKey(key);
-    });
+    if (stored) {
+        *stored = QStringLiteral("<no push>");
+        BridgeFixture::script(QStringLiteral("throw.") + method, QStringLiteral("probe"));
+        SystemLog::setSink([=](const QString &line) {
+            if (line.startsWith(QStringLiteral("Java exception in %1:").arg(method)))
+                *stored = Defaults::standard().objectForKey(key);
+        });
+    }
     action();
-    SystemLog::setSink({});
+    if (stored)
+        SystemLog::setSink({});
+    const QStringList calls = BridgeFixture::recordedCalls();
     BridgeFixture::resetScript();
-    return seen;
+    return calls;
 }
 
 // Every setting as the facade reads it, one "name=value" line each (the
@@ -69,9 +71,8 @@ inline QStringList describeSettings(Server *server)
         if (property.isConstant() || QLatin1String(property.name()) == QLatin1String("running"))
             continue;
         const QVariant value = property.read(server);
-        const QString text = value.metaType() == QMetaType::fromType<Encoding>()
-            ? value.value<Encoding>().charset()
-            : value.toString();
+        const QString text = value.metaType() == QMetaType::fromType<Encoding>() ? value.value<Encoding>().charset()
+                                                                                : value.toString();
         lines << QLatin1String(property.name()) + QLatin1Char('=') + text;
     }
     lines << QStringLiteral("passwordDigest=") + server->passwordDigest();
