@@ -24,18 +24,8 @@ void ConversionFolder::saveFolders(const QList<ConversionFolder> &folders)
 {
     JsonArray array;
     array.reserve(size_t(folders.size()));
-    for (const ConversionFolder &folder : folders) {
-        JsonObject object;
-        if (!folder.name().isNull()) {
-            object.insert(QStringLiteral("name"), folder.name());
-            if (!folder.location().isNull()) {
-                object.insert(QStringLiteral("id"), folder.location());
-                if (!folder.folderId().isNull())
-                    object.insert(QStringLiteral("folderId"), folder.folderId());
-            }
-        }
-        array.push_back(JsonValue(std::move(object)));
-    }
+    for (const ConversionFolder &folder : folders)
+        array.push_back(FolderFile::folderObject(folder.name(), nullptr, folder.location(), folder.folderId()));
     FolderFile::write(applicationFolderName(), foldersFileName(), std::move(array));
 }
 

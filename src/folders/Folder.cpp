@@ -36,20 +36,8 @@ void Folder::saveFolders(const QList<Folder> &folders)
     JsonArray array;
     array.reserve(size_t(folders.size()));
     for (const Folder &folder : folders) {
-        // An absent value ends the object: the server reads the members in
-        // this order and stops at the first one missing.
-        JsonObject object;
-        if (!folder.name().isNull()) {
-            object.insert(QStringLiteral("name"), folder.name());
-            object.insert(QStringLiteral("type"),
-                          folder.type() == DiskFolder ? "DiskFolder" : "iTunesPlaylist");
-            if (!folder.location().isNull()) {
-                object.insert(QStringLiteral("id"), folder.location());
-                if (!folder.folderId().isNull())
-                    object.insert(QStringLiteral("folderId"), folder.folderId());
-            }
-        }
-        array.push_back(JsonValue(std::move(object)));
+        const char *type = folder.type() == DiskFolder ? "DiskFolder" : "iTunesPlaylist";
+        array.push_back(FolderFile::folderObject(folder.name(), type, folder.location(), folder.folderId()));
     }
     FolderFile::write(applicationFolderName(), foldersFileName(), std::move(array));
 }

@@ -4,6 +4,23 @@
 #include <QFile>
 #include <QStringDecoder>
 
+JsonObject FolderFile::folderObject(const QString &name, const char *type, const QString &location,
+                                    const QString &folderId)
+{
+    JsonObject object;
+    if (name.isNull())
+        return object;
+    object.insert(QStringLiteral("name"), name);
+    if (type)
+        object.insert(QStringLiteral("type"), type);
+    if (location.isNull())
+        return object;
+    object.insert(QStringLiteral("id"), location);
+    if (!folderId.isNull())
+        object.insert(QStringLiteral("folderId"), folderId);
+    return object;
+}
+
 void FolderFile::write(const QString &folder, const QString &fileName, JsonArray folders)
 {
     // mkpath rather than a single mkdir: on Linux "~/Library/Application Support"

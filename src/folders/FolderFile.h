@@ -16,6 +16,11 @@ inline bool sameString(const QString &a, const QString &b)
     return a.isNull() == b.isNull() && a == b;
 }
 
+// The members in the order name, type (when given), id, folderId; an absent
+// value ends the object, since the server reads them in this order and stops
+// at the first one missing.
+JsonObject folderObject(const QString &name, const char *type, const QString &location, const QString &folderId);
+
 // Creates the application folder and writes {"folders": array} as UTF-8 over
 // the file in place. Errors are ignored: the previous file stays.
 void write(const QString &folder, const QString &fileName, JsonArray folders);
