@@ -185,10 +185,46 @@ void benchDocument(const char *title, const QByteArray &utf8, double minRound)
     printRow({"write only (into QString)", writeOnlyOurs, writeRapid, writeNlohmann});
 }
 
+// One read and release of the parsed tree per library, each in a function of
+// its own so that an instruction counter can be pointed at it:
+//   valgrind --tool=callgrind --toggle-collect='*profileOurs*' bench_json --profile
+__attribute__((noinline)) void profileOurs(const QString &text)
+{
+    g_sink = g_sink + size_t(dictionaryWithJSONString(text)->size());
+}
+
+__attribute__((noinline)) void profileRapid(const std::string &bytes)
+{
+    rapidjson::Document d;
+    d.Parse(bytes.data(), bytes.size());
+    g_sink = g_sink + d.MemberCount();
+}
+
+int profile(const char *which)
+{
+    const QByteArray documents[] = {conversionQueueText(), foldersText(), mixedText()};
+    for (int i = 0; i < 3; ++i) {
+        if (which && *which && *which != 'a' + i)
+            continue;
+        const QString text = QString::fromUtf8(documents[i]);
+        const std::string bytes = documents[i].toStdString();
+        // A first round outside the counted functions, so that the allocator
+        // is counted in the state a repeated read finds it in.
+        g_sink = g_sink + size_t(dictionaryWithJSONString(text)->size());
+        profileOurs(text);
+        profileRapid(bytes);
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    // "--profile [a|b|c]": a single parse of each document (or of one) by us
+    // and by RapidJSON, for an instruction counter; no timing.
+    if (argc > 1 && std::string(argv[1]) == "--profile")
+        return profile(argc > 2 ? argv[2] : nullptr);
     // An optional argument sets the seconds per measuring round (default 0.2).
     const double minRound = argc > 1 ? std::max(0.01, std::atof(argv[1])) : 0.2;
     std::printf("Best of 5 rounds; ratios are ours divided by theirs.\n");

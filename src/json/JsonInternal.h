@@ -9,6 +9,10 @@
 
 #include <array>
 
+// Objects up to this size find keys by a linear search; larger ones keep a
+// hash of their keys.
+constexpr size_t kJsonIndexThreshold = 12;
+
 class JsonReader
 {
 public:

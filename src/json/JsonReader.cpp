@@ -25,13 +25,23 @@ inline bool isBlank(char16_t c)
 }
 
 // Keys of one object are mostly shared strings: equal data means equal keys.
+inline bool sameChars(const char16_t *x, const char16_t *y, qsizetype length)
+{
+    // Keys are short: a plain loop beats a call to memcmp.
+    for (qsizetype i = 0; i < length; ++i) {
+        if (x[i] != y[i])
+            return false;
+    }
+    return true;
+}
+
 inline bool sameKey(const QString &a, const QString &b)
 {
     if (a.size() != b.size())
         return false;
-    const QChar *x = a.constData();
-    const QChar *y = b.constData();
-    return x == y || std::equal(x, x + a.size(), y);
+    const char16_t *x = reinterpret_cast<const char16_t *>(a.constData());
+    const char16_t *y = reinterpret_cast<const char16_t *>(b.constData());
+    return x == y || sameChars(x, y, a.size());
 }
 
 inline int hexValue(char16_t c)
@@ -132,6 +142,8 @@ bool JsonReader::enter()
 Q_ALWAYS_INLINE bool JsonReader::skipWhiteSpace()
 {
     qsizetype p = m_pos;
+    if (Q_LIKELY(p < m_length && !isBlank(m_text[p])))
+        return true;
     while (p < m_length && isBlank(m_text[p]))
         ++p;
     m_pos = p;
@@ -147,6 +159,10 @@ Q_ALWAYS_INLINE bool JsonReader::skipWhiteSpace()
 Q_ALWAYS_INLINE bool JsonReader::matchToken(char16_t token)
 {
     qsizetype p = m_pos;
+    if (Q_LIKELY(p < m_length && m_text[p] == token)) {
+        m_pos = p + 1;
+        return true;
+    }
     while (p < m_length && isBlank(m_text[p]))
         ++p;
     if (p < m_length && m_text[p] == token) {
@@ -231,7 +247,8 @@ bool JsonReader::scanObject(JsonObject &out)
     out.m_members.assign(std::make_move_iterator(m_memberStack.begin() + qsizetype(base)),
                          std::make_move_iterator(m_memberStack.end()));
     discard();
-    out.buildIndex();
+    if (out.m_members.size() > kJsonIndexThreshold)
+        out.buildIndex();
     return true;
 }
 
@@ -267,33 +284,30 @@ bool JsonReader::scanValue(JsonValue &out)
         return false;
     const char16_t c = m_text[m_pos];
     switch (c) {
-    case u'"': {
-        QString string;
-        if (!scanString(string, false))
-            return false;
-        out.m_value = std::move(string);
-        return true;
-    }
+    // Strings, objects and arrays are read straight into their final place;
+    // on failure the caller drops `out` anyway.
+    case u'"':
+        return scanString(out.m_value.emplace<QString>(), false);
     case u'{': {
         if (!enter())
             return false;
-        JsonObject object;
-        const bool ok = scanObject(object);
+        auto object = std::make_shared<JsonObject>();
+        const bool ok = scanObject(*object);
         leave();
         if (!ok)
             return false;
-        out.m_value = std::make_shared<const JsonObject>(std::move(object));
+        out.m_value.emplace<std::shared_ptr<const JsonObject>>(std::move(object));
         return true;
     }
     case u'[': {
         if (!enter())
             return false;
-        JsonArray array;
-        const bool ok = scanArray(array);
+        auto array = std::make_shared<JsonArray>();
+        const bool ok = scanArray(*array);
         leave();
         if (!ok)
             return false;
-        out.m_value = std::make_shared<const JsonArray>(std::move(array));
+        out.m_value.emplace<std::shared_ptr<const JsonArray>>(std::move(array));
         return true;
     }
     default:
@@ -301,17 +315,17 @@ bool JsonReader::scanValue(JsonValue &out)
     }
     // The keywords begin with different letters, so the letter picks the test.
     if (c == u't' && startsWith("true", 4)) {
-        out.m_value = true;
+        out.m_value.emplace<bool>(true);
         m_pos += 4;
         return true;
     }
     if (c == u'f' && startsWith("false", 5)) {
-        out.m_value = false;
+        out.m_value.emplace<bool>(false);
         m_pos += 5;
         return true;
     }
     if (c == u'n' && startsWith("null", 4)) {
-        out.m_value = std::monostate();
+        out.m_value.emplace<std::monostate>();
         m_pos += 4;
         return true;
     }
@@ -411,13 +425,25 @@ bool JsonReader::scanShortNumber(JsonValue &out)
 // Keys repeat across the objects of a document: a small direct-mapped cache
 // lets the repeats share one string instead of allocating each time. (Values
 // gain nothing from it: most are unique, and a miss costs more than it saves.)
+namespace {
+inline quint32 quickHash(const char16_t *chars, qsizetype length)
+{
+    // The length and three characters spread the strings of a document well
+    // enough; a collision only costs an allocation.
+    quint32 hash = quint32(length);
+    if (length > 0)
+        hash = hash * 31 + chars[0];
+    if (length > 1)
+        hash = (hash * 31 + chars[length - 1]) * 31 + chars[length / 2];
+    return hash;
+}
+} // namespace
+
 QString JsonReader::sharedString(std::array<QString, 256> &cache, const char16_t *chars, qsizetype length)
 {
-    quint32 hash = quint32(length);
-    for (qsizetype i = 0; i < length; ++i)
-        hash = hash * 31 + chars[i];
+    const quint32 hash = quickHash(chars, length);
     QString &slot = cache[(hash ^ (hash >> 8)) & (cache.size() - 1)];
-    if (slot.size() == length && std::equal(chars, chars + length, reinterpret_cast<const char16_t *>(slot.constData())))
+    if (slot.size() == length && sameChars(chars, reinterpret_cast<const char16_t *>(slot.constData()), length))
         return slot;
     slot = QString(reinterpret_cast<const QChar *>(chars), length);
     return slot;

@@ -5,7 +5,7 @@ namespace {
 // Objects up to this size are searched linearly; larger ones keep a hash of
 // their keys. The views point into the member keys, whose character data is
 // shared and never modified, so they stay valid for every copy of the object.
-constexpr size_t kIndexThreshold = 12;
+constexpr size_t kIndexThreshold = kJsonIndexThreshold;
 
 struct KeyIndex
 {
