@@ -4,15 +4,6 @@
 #include <cmath>
 #include <limits>
 
-namespace {
-
-inline bool isAsciiDigit(char16_t c)
-{
-    return c >= u'0' && c <= u'9';
-}
-
-} // namespace
-
 bool JsonReader::scanDecimal(const char16_t *begin, const char16_t *end, const char16_t **stop,
                              JsonDecimal &out, bool limited)
 {
@@ -42,26 +33,9 @@ bool JsonReader::scanDecimal(const char16_t *begin, const char16_t *end, const c
         return false;
 
     // The exponent only counts when digits follow the "e"; otherwise the
-    // number ends before it. Huge exponents saturate: they fail the range test.
+    // number ends before it.
     qint64 exponent = 0;
-    if (p < end && (*p == u'e' || *p == u'E')) {
-        const char16_t *q = p + 1;
-        bool expNegative = false;
-        if (q < end && (*q == u'-' || *q == u'+')) {
-            expNegative = *q == u'-';
-            ++q;
-        }
-        if (q < end && isAsciiDigit(*q)) {
-            while (q < end && isAsciiDigit(*q)) {
-                if (exponent < 1000000000)
-                    exponent = exponent * 10 + (*q - u'0');
-                ++q;
-            }
-            if (expNegative)
-                exponent = -exponent;
-            p = q;
-        }
-    }
+    p = scanJsonExponent(p, end, &exponent);
     *stop = p;
 
     // Collect the significant digits across the integer and fraction parts

@@ -13,6 +13,34 @@
 // hash of their keys.
 constexpr size_t kJsonIndexThreshold = 12;
 
+inline bool isAsciiDigit(char16_t c)
+{
+    return c >= u'0' && c <= u'9';
+}
+
+// An exponent at `p` ("e" or "E", an optional sign, digits) added to
+// `*exponent`; returns the first character after it. Without digits after the
+// "e" the number ends before it and `p` is returned. Huge exponents saturate,
+// so that they fail the callers' range tests.
+inline const char16_t *scanJsonExponent(const char16_t *p, const char16_t *end, qint64 *exponent)
+{
+    if (p == end || (*p != u'e' && *p != u'E'))
+        return p;
+    const char16_t *q = p + 1;
+    bool negative = false;
+    if (q < end && (*q == u'-' || *q == u'+'))
+        negative = *q++ == u'-';
+    if (q == end || !isAsciiDigit(*q))
+        return p;
+    qint64 value = 0;
+    for (; q < end && isAsciiDigit(*q); ++q) {
+        if (value < 1000000000)
+            value = value * 10 + (*q - u'0');
+    }
+    *exponent += negative ? -value : value;
+    return q;
+}
+
 class JsonReader
 {
 public:

@@ -356,7 +356,6 @@ bool JsonReader::scanShortNumber(JsonValue &out)
 {
     const char16_t *p = m_text + m_pos;
     const char16_t *end = m_text + m_length;
-    auto isDigit = [](char16_t c) { return c >= u'0' && c <= u'9'; };
     bool negative = false;
     if (p < end && (*p == u'-' || *p == u'+')) {
         negative = *p == u'-';
@@ -374,13 +373,13 @@ bool JsonReader::scanShortNumber(JsonValue &out)
         mantissa = mantissa * 10 + unsigned(c - u'0');
         return true;
     };
-    for (; p < end && isDigit(*p); ++p) {
+    for (; p < end && isAsciiDigit(*p); ++p) {
         if (!take(*p))
             return false;
         any = true;
     }
-    if (p < end && *p == u'.' && (any || (p + 1 < end && isDigit(p[1])))) {
-        for (++p; p < end && isDigit(*p); ++p) {
+    if (p < end && *p == u'.' && (any || (p + 1 < end && isAsciiDigit(p[1])))) {
+        for (++p; p < end && isAsciiDigit(*p); ++p) {
             if (!take(*p))
                 return false;
             --exponent;
@@ -389,23 +388,7 @@ bool JsonReader::scanShortNumber(JsonValue &out)
     }
     if (!any)
         return false;
-    if (p < end && (*p == u'e' || *p == u'E')) {
-        const char16_t *q = p + 1;
-        bool expNegative = false;
-        if (q < end && (*q == u'-' || *q == u'+')) {
-            expNegative = *q == u'-';
-            ++q;
-        }
-        if (q < end && isDigit(*q)) {
-            qint64 value = 0;
-            for (; q < end && isDigit(*q); ++q) {
-                if (value < 1000000000)
-                    value = value * 10 + (*q - u'0');
-            }
-            exponent += expNegative ? -value : value;
-            p = q;
-        }
-    }
+    p = scanJsonExponent(p, end, &exponent);
     if (mantissa == 0) {
         out.m_value = JsonValue::ShortNumber{0, 0};
     } else {
