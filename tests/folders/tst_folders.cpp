@@ -69,28 +69,21 @@ void TestFolders::savedBytesAndRoundTrip()
     // Neither the folder nor its parents ("Library/Application Support") exist yet.
     Folder::saveFolders({});
     QCOMPARE(readFile(appFolder() + u"/folders.txt"_s), kEmptyFile);
-    ConversionFolder::saveFolders({});
-    QCOMPARE(readFile(appFolder() + u"/conversion-folders.txt"_s), kEmptyFile);
 
-    // Any type but 0 is a playlist; names outside ASCII and quotes survive.
-    QList<Folder> folders = {folder(u"Films \"d'été\" 🎬"_s, Folder::DiskFolder, u"/home/u/Vidéos"_s, u"f1"_s),
-                             folder(u"Road trip"_s, 7, u"4F2A99C0D1E2"_s, u"f2"_s),
-                             folder(u"Party"_s, Folder::ITunesPlaylist, u"77"_s, u""_s),
-                             folder(u""_s, Folder::DiskFolder, u""_s, u"f4"_s)};
-    Folder::saveFolders(folders);
-    folders[1].setType(Folder::ITunesPlaylist);
-    QCOMPARE(Folder::loadFolders(), folders);
-
-    // An absent value ends its object; the emptied one has lost its type and reads back as a playlist.
-    const Folder movies = folder(u"Movies"_s, Folder::DiskFolder, u"/Users/x/Movies"_s, u"abc"_s);
-    Folder::saveFolders({movies, folder(QString(), Folder::DiskFolder, u"/a"_s, u"x"_s),
+    // Any type but 0 is a playlist; an absent value ends its object, so the
+    // emptied one has lost its type and reads back as a playlist.
+    const Folder films = folder(u"Films \"été\""_s, Folder::DiskFolder, u"/home/u/Vidéos"_s, u"f1"_s);
+    Folder::saveFolders({films, folder(u"Road trip"_s, 7, u"4F2A"_s, u""_s), folder(QString(), Folder::DiskFolder, u"/a"_s, u"x"_s),
                          folder(u"NoPath"_s, Folder::ITunesPlaylist, QString(), u"x"_s),
                          folder(u"NoId"_s, Folder::DiskFolder, u"/b"_s, QString())});
     QCOMPARE(readFile(Folder::foldersFileName()),
-             QByteArray(" { \"folders\" : [ { \"name\" : \"Movies\", \"type\" : \"DiskFolder\", \"id\" : \"/Users/x/Movies\", "
-                        "\"folderId\" : \"abc\"\n},  {\n},  { \"name\" : \"NoPath\", \"type\" : \"iTunesPlaylist\"\n},  "
+             QByteArray(" { \"folders\" : [ { \"name\" : \"Films \\\"\\u00e9t\\u00e9\\\"\", \"type\" : \"DiskFolder\", "
+                        "\"id\" : \"/home/u/Vid\\u00e9os\", \"folderId\" : \"f1\"\n},  { \"name\" : \"Road trip\", "
+                        "\"type\" : \"iTunesPlaylist\", \"id\" : \"4F2A\", \"folderId\" : \"\"\n},  {\n},  "
+                        "{ \"name\" : \"NoPath\", \"type\" : \"iTunesPlaylist\"\n},  "
                         "{ \"name\" : \"NoId\", \"type\" : \"DiskFolder\", \"id\" : \"/b\"\n}]\n}"));
-    QCOMPARE(Folder::loadFolders(), (QList<Folder>{movies, folder(QString(), Folder::ITunesPlaylist, QString(), QString()),
+    QCOMPARE(Folder::loadFolders(), (QList<Folder>{films, folder(u"Road trip"_s, Folder::ITunesPlaylist, u"4F2A"_s, u""_s),
+                                                   folder(QString(), Folder::ITunesPlaylist, QString(), QString()),
                                                    folder(u"NoPath"_s, Folder::ITunesPlaylist, QString(), QString()),
                                                    folder(u"NoId"_s, Folder::DiskFolder, u"/b"_s, QString())}));
 }
@@ -180,7 +173,7 @@ void TestFolders::conversionFolders()
 {
     const ConversionFolder a = folder<ConversionFolder>(u"Inbox"_s, 0, u"/srv/inbox"_s, u"c1"_s);
     ConversionFolder::saveFolders({a, folder<ConversionFolder>(u"No path"_s, 0, QString(), u"c2"_s)});
-    QCOMPARE(readFile(ConversionFolder::foldersFileName()),
+    QCOMPARE(readFile(appFolder() + u"/conversion-folders.txt"_s),
              QByteArray(" { \"folders\" : [ { \"name\" : \"Inbox\", \"id\" : \"/srv/inbox\", \"folderId\" : \"c1\"\n},  "
                         "{ \"name\" : \"No path\"\n}]\n}"));
     QVERIFY(!QFileInfo::exists(Folder::foldersFileName()));

@@ -3,6 +3,7 @@
 #include <QThread>
 #include <QtTest>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -29,13 +30,10 @@ QString u16(const char16_t *text)
     return QString::fromUtf16(text);
 }
 
-// A document with every kind of value, nesting and escapes, as the writer
-// produces it for the folder and conversion files.
+// Every kind of value, nesting and escapes, as in the folder and conversion files.
 JsonObject sampleDocument()
 {
-    JsonObject state{{"percentDone", JsonValue(JsonDecimal::fromDouble(42.5))},
-                     {"eta", JsonValue()},
-                     {"paused", JsonValue(false)}};
+    JsonObject state{{"percentDone", JsonValue(JsonDecimal::fromDouble(42.5))}, {"eta", JsonValue()}, {"paused", false}};
     JsonObject item{{"id", "a/b \"c\"\t\u00e9"}, {"name", JsonValue(u16(u"Film 🎬 \u2028 x"))}};
     JsonArray queue;
     for (int i = 0; i < 3; ++i)
@@ -56,370 +54,242 @@ class TestJson : public QObject
     Q_OBJECT
 
 private slots:
-    void writerLayout();
-    void writerEscapes();
-    void decimalParsing();
-    void decimalConversions();
-    void valueModel();
-    void objectOrderAndLookup();
+    void writer();
+    void decimals();
+    void valuesAndObjects();
     void readerLeniency();
-    void readerWhiteSpaceAndDigits();
-    void readerStringRules();
-    void readerFailsCleanlyAtEnd();
+    void readerStrings();
     void readerDepthLimit();
-    void truncatedDocuments();
-    void roundTrip();
-    void roundTripEveryCodeUnit();
+    void roundTripsAndTruncation();
 };
 
-void TestJson::writerLayout()
+void TestJson::writer()
 {
     QCOMPARE(jsonStringValue(JsonObject()), QStringLiteral(" {\n}"));
-    QCOMPARE(jsonStringValue({{"a", 1}}), QStringLiteral(" { \"a\" : 1\n}"));
     QCOMPARE(jsonStringValue({{"a", 1}, {"b", "x"}}), QStringLiteral(" { \"a\" : 1, \"b\" : \"x\"\n}"));
-    QCOMPARE(jsonStringValue({{"list", JsonArray{1, 2}}}), QStringLiteral(" { \"list\" : [1, 2]\n}"));
     QCOMPARE(jsonStringValue({{"a", JsonObject{{"b", 1}}}}), QStringLiteral(" { \"a\" :  { \"b\" : 1\n}\n}"));
     QCOMPARE(jsonStringValue({{"l", JsonArray{JsonObject{{"a", 1}}, JsonObject{{"b", 2}}, JsonObject{}}}}),
              QStringLiteral(" { \"l\" : [ { \"a\" : 1\n},  { \"b\" : 2\n},  {\n}]\n}"));
     QCOMPARE(jsonStringValue({{"e", JsonArray{}}, {"s", ""}, {"n", nullptr}}),
              QStringLiteral(" { \"e\" : [], \"s\" : \"\", \"n\" : null\n}"));
     // Booleans only for booleans; every number as a plain decimal.
-    QCOMPARE(jsonStringValue({{"t", JsonArray{true}}, {"one", 1}, {"f", false}, {"zero", 0}}),
-             QStringLiteral(" { \"t\" : [true], \"one\" : 1, \"f\" : false, \"zero\" : 0\n}"));
+    QCOMPARE(jsonStringValue({{"t", JsonArray{true, 1, false, 0}}}), QStringLiteral(" { \"t\" : [true, 1, false, 0]\n}"));
     QCOMPARE(jsonStringValue({{"n", JsonArray{0.1, -2.5, 1e21, 1.5e-7, JsonValue(qint64(-9007199254740993)), -12,
                                               dec("-0"), dec("1.50"), dec("7E2")}}}),
              QStringLiteral(" { \"n\" : [0.1, -2.5, 1000000000000000000000, 0.00000015, -9007199254740993, "
                             "-12, 0, 1.5, 700]\n}"));
-    const QString text = jsonStringValue(sampleDocument());
-    QVERIFY(text.startsWith(QLatin1String(" { \"conversion\" :  { \"convertedItem\" :  { \"item\" :  {")));
-    QVERIFY(text.endsWith(QLatin1String(", \"empty\" : \"\"\n}")));
-}
 
-void TestJson::writerEscapes()
-{
     auto written = [](const QString &s) {
         const QString text = jsonStringValue({{"k", JsonValue(s)}});
         return text.mid(9, text.size() - 11); // between ` { "k" : ` and `\n}`
     };
-    QCOMPARE(written(QString()), QStringLiteral("\"\""));
-    QCOMPARE(written(QStringLiteral("a/b")), QStringLiteral("\"a/b\""));
-    QCOMPARE(written(QStringLiteral("\\")), QStringLiteral("\"\\n\""));
-    QCOMPARE(written(QStringLiteral("\"\n\b\t\f\r")), QStringLiteral("\"\\\"\\n\\b\\t\\f\\r\""));
-    QCOMPARE(written(u16(u"\u00e9\u0080\u00ff\uABCD\uffff")), QStringLiteral("\"\\u00e9\\u0080\\u00ff\\uabcd\\uffff\""));
-    QCOMPARE(written(u16(u"🎬")), QStringLiteral("\"\\ud83c\\udfac\""));
+    QCOMPARE(written(QStringLiteral("a/b\\\"\n\b\t\f\r")), QStringLiteral("\"a/b\\n\\\"\\n\\b\\t\\f\\r\""));
+    QCOMPARE(written(u16(u"\u00e9\u0080\u00ff\uABCD\uffff🎬")),
+             QStringLiteral("\"\\u00e9\\u0080\\u00ff\\uabcd\\uffff\\ud83c\\udfac\""));
     // U+007F and the controls without a short escape stay raw, U+0000 too.
     const QString raw = QString(QChar(0x7F)) + QChar(0x01) + QChar(0x0B) + QChar(0x0E) + QChar(0x1F) + QChar(0);
     QCOMPARE(written(raw), QLatin1Char('"') + raw + QLatin1Char('"'));
-    // Keys are escaped the same way.
     QCOMPARE(jsonStringValue({{QStringLiteral("\u00e9\\"), 1}}), QStringLiteral(" { \"\\u00e9\\n\" : 1\n}"));
 }
 
-void TestJson::decimalParsing()
+void TestJson::decimals()
 {
     const struct { const char *in; const char *out; } good[] = {
-        {"0.1", "0.1"}, {"12345678901234567890", "12345678901234567890"}, {"-0", "0"}, {"-0.000", "0"},
-        {"00012.3400", "12.34"}, {"1e3", "1000"}, {"1.5E-3", "0.0015"}, {"+1", "1"}, {"1.", "1"},
-        {".5", "0.5"}, {"-.5", "-0.5"}, {"-12", "-12"}, {"120e-1", "12"}, {"1e+2", "100"},
-        {"0.000000000000000000001", "0.000000000000000000001"},
+        {"0.1", "0.1"}, {"12345678901234567890", "12345678901234567890"}, {"-0.000", "0"}, {"00012.3400", "12.34"},
+        {"1.5E-3", "0.0015"}, {"+1", "1"}, {"1.", "1"}, {"-.5", "-0.5"}, {"120e-1", "12"}, {"1e+2", "100"},
+        {"1e00000000000000000000002", "100"},
         // 38 significant digits are kept; further digits are cut off.
-        {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"},
         {"123456789012345678901234567890123456789", "123456789012345678901234567890123456780"},
         {"1.23456789012345678901234567890123456789", "1.2345678901234567890123456789012345678"},
-        {"1e-128", nullptr}, {"1e164", nullptr}, {"1e00000000000000000000002", "100"},
     };
-    for (const auto &c : good) {
-        const auto d = JsonDecimal::fromString(QString::fromLatin1(c.in));
-        QVERIFY2(d.has_value(), c.in);
-        if (c.out)
-            QCOMPARE(d->toString(), QString::fromLatin1(c.out));
-    }
+    for (const auto &c : good)
+        QCOMPARE(dec(c.in).toString(), QString::fromLatin1(c.out));
     QCOMPARE(dec("1e-128").toString(), QStringLiteral("0.") + QString(127, u'0') + u'1');
     QCOMPARE(dec("1e164").toString(), QStringLiteral("1") + QString(164, u'0'));
-
     for (const char *bad : {"", "-", "+", ".", "-.", "abc", "1e", "1e+", "1 ", " 1", "1.2.3", "--1", "0x10",
                             "1e999999999", "1e-999999999", "1e165", "1e-129", "١", "1,5"}) {
         QVERIFY2(!JsonDecimal::fromString(QString::fromUtf8(bad)).has_value(), bad);
     }
     // A long run of digits or zeros is scanned, never expanded.
-    QCOMPARE(JsonDecimal::fromString(QStringLiteral("0.") + QString(100000, u'0') + u'1').has_value(), false);
+    QVERIFY(!JsonDecimal::fromString(QStringLiteral("0.") + QString(100000, u'0') + u'1').has_value());
     QCOMPARE(JsonDecimal::fromString(QString(100000, u'0') + u'7')->toString(), QStringLiteral("7"));
 
     // Numbers read inside a document take the same value as on their own,
-    // whichever way the reader scans them.
+    // whichever way the reader scans them; ".5" or "+1" is no value there.
     int compared = 0;
-    for (const char *sign : {"", "-"}) {
-        for (const char *whole : {"", "0", "00", "7", "10", "120", "123456789012345678", "1234567890123456789",
-                                  "999999999999999999", "100000000000000000000"}) {
-            for (const char *fraction : {"", ".", ".0", ".5", ".000123", ".1234567890123456789", ".10"}) {
+    for (const char *sign : {"", "-"})
+        for (const char *whole : {"", "0", "00", "7", "120", "123456789012345678", "1234567890123456789",
+                                  "999999999999999999", "100000000000000000000"})
+            for (const char *fraction : {"", ".", ".0", ".5", ".000123", ".1234567890123456789", ".10"})
                 for (const char *exponent : {"", "e", "e5", "E-3", "e+0", "e-130", "e150", "e99999999999"}) {
                     const QString number = QLatin1String(sign) + QLatin1String(whole) + QLatin1String(fraction)
                         + QLatin1String(exponent);
                     const auto alone = JsonDecimal::fromString(number);
                     const auto read = dictionaryWithJSONString(QStringLiteral("{\"a\":") + number + u'}');
-                    // A number only starts at a digit or "-": ".5" or "+1" is no value.
                     const bool starts = !number.isEmpty() && (number[0] == u'-' || number[0].isDigit());
-                    if (alone && starts) {
-                        QVERIFY2(read && read->contains(u"a"), qPrintable(number));
-                        QVERIFY2(*read->find(u"a") == JsonValue(*alone), qPrintable(number));
-                        ++compared;
-                    } else {
-                        QVERIFY2(!read || !read->contains(u"a"), qPrintable(number));
-                    }
+                    const JsonValue *value = read ? read->find(u"a") : nullptr;
+                    QVERIFY2(alone && starts ? value && *value == JsonValue(*alone) : !value, qPrintable(number));
+                    compared += alone && starts;
                 }
-            }
-        }
-    }
     QVERIFY(compared > 300);
 
     QCOMPARE(dec("1.50"), dec("1.5"));
-    QCOMPARE(dec("-0"), JsonDecimal());
-    QVERIFY(dec("1.5") != dec("-1.5"));
-    QVERIFY(dec("1.5") != dec("15"));
-    QCOMPARE(JsonDecimal::fromInteger(1000), dec("1e3"));
+    QVERIFY(dec("1.5") != dec("-1.5") && dec("1.5") != dec("15"));
     QCOMPARE(JsonDecimal::fromInteger(std::numeric_limits<qint64>::min()).toString(),
              QStringLiteral("-9223372036854775808"));
-    QCOMPARE(JsonDecimal::fromDouble(0.1), dec("0.1"));
     QCOMPARE(JsonDecimal::fromDouble(0.30000000000000004).toString(), QStringLiteral("0.30000000000000004"));
     QCOMPARE(JsonDecimal::fromDouble(-0.0).toString(), QStringLiteral("0"));
     QCOMPARE(JsonDecimal::fromDouble(std::nan("")).toString(), QStringLiteral("0"));
     QCOMPARE(JsonDecimal::fromDouble(5e-324).toString(), QStringLiteral("0.") + QString(323, u'0') + u'5');
-}
 
-void TestJson::decimalConversions()
-{
-    const qint64 max = std::numeric_limits<qint64>::max();
-    const qint64 min = std::numeric_limits<qint64>::min();
-    QCOMPARE(dec("12.9").toLongLong(), 12);
-    QCOMPARE(dec("-12.9").toLongLong(), -12);
-    QCOMPARE(dec("0.9").toLongLong(), 0);
-    QCOMPARE(dec("1e30").toLongLong(), max);
-    QCOMPARE(dec("-1e30").toLongLong(), min);
-    QCOMPARE(dec("9223372036854775807").toLongLong(), max);
-    QCOMPARE(dec("9223372036854775808").toLongLong(), max);
-    QCOMPARE(dec("-9223372036854775808").toLongLong(), min);
-    QCOMPARE(dec("-9223372036854775809").toLongLong(), min);
-    QCOMPARE(dec("1200").toLongLong(), 1200);
+    // Conversions truncate and saturate.
+    const qint64 max = std::numeric_limits<qint64>::max(), min = std::numeric_limits<qint64>::min();
+    const struct { const char *in; qint64 out; } whole[] = {
+        {"12.9", 12}, {"-12.9", -12}, {"0.9", 0}, {"1200", 1200}, {"1e30", max}, {"-1e30", min},
+        {"9223372036854775807", max}, {"9223372036854775808", max}, {"-9223372036854775809", min},
+    };
+    for (const auto &c : whole)
+        QCOMPARE(dec(c.in).toLongLong(), c.out);
     QCOMPARE(dec("3000000000").toInt(), std::numeric_limits<int>::max());
     QCOMPARE(dec("-3000000000").toInt(), std::numeric_limits<int>::min());
     QCOMPARE(dec("-45631.7").toInt(), -45631);
     QCOMPARE(dec("0.1").toDouble(), 0.1);
     QCOMPARE(dec("-2.5e10").toDouble(), -2.5e10);
     QCOMPARE(dec("12345678901234567890").toDouble(), 12345678901234567890.0);
-    QCOMPARE(dec("0").toDouble(), 0.0);
-    QVERIFY(dec("0").isZero());
     QVERIFY(!dec("0.0001").isZero());
 }
 
-void TestJson::valueModel()
+void TestJson::valuesAndObjects()
 {
-    QVERIFY(JsonValue(true) != JsonValue(1));
-    QVERIFY(JsonValue(false) != JsonValue(0));
-    QVERIFY(JsonValue(true) == JsonValue(true));
-    QVERIFY(JsonValue(1) == JsonValue(dec("1.0")));
-    QVERIFY(JsonValue(0.5) == JsonValue(dec("0.50")));
-    QVERIFY(JsonValue("1") != JsonValue(1));
-    QVERIFY(JsonValue() == JsonValue(nullptr));
-    QVERIFY(JsonValue() != JsonValue(false));
+    QVERIFY(JsonValue(true) != JsonValue(1) && JsonValue(false) != JsonValue(0));
+    QVERIFY(JsonValue(1) == JsonValue(dec("1.0")) && JsonValue(0.5) == JsonValue(dec("0.50")));
+    QVERIFY(JsonValue("1") != JsonValue(1) && JsonValue() != JsonValue(false));
     QVERIFY(JsonValue(JsonArray{1, 2}) != JsonValue(JsonArray{2, 1}));
     QVERIFY(JsonValue(JsonArray{}) != JsonValue(JsonObject{}));
-
-    QCOMPARE(JsonValue(true).type(), JsonValue::Type::Bool);
-    QCOMPARE(JsonValue(qint64(3)).type(), JsonValue::Type::Number);
-    QCOMPARE(JsonValue(u16(u"é")).toString(), u16(u"é"));
     QCOMPARE(JsonValue("é").toString(), u16(u"é")); // char * is UTF-8
-
-    QVERIFY(JsonValue(true).toBool());
-    QVERIFY(JsonValue(2).toBool());
-    QVERIFY(!JsonValue(0).toBool());
-    QVERIFY(!JsonValue("true").toBool());
+    QVERIFY(JsonValue(2).toBool() && !JsonValue(0).toBool() && !JsonValue("true").toBool());
     QCOMPARE(JsonValue(true).toDecimal(), JsonDecimal::fromInteger(1));
-    QCOMPARE(JsonValue(false).toDecimal(), JsonDecimal());
-    QVERIFY(JsonValue("12").toDecimal().isZero());
-    QVERIFY(JsonValue(12).toString().isEmpty());
-    QVERIFY(JsonValue("x").toArray().empty());
-    QVERIFY(JsonValue(JsonArray{1}).toObject().isEmpty());
-    QCOMPARE(JsonValue(JsonArray{1, "a"}).toArray().size(), size_t(2));
+    QVERIFY(JsonValue("12").toDecimal().isZero() && JsonValue(12).toString().isEmpty());
+    QVERIFY(JsonValue("x").toArray().empty() && JsonValue(JsonArray{1}).toObject().isEmpty());
 
-    // Copies share their data and compare equal; a changed copy is its own.
-    JsonObject a{{"x", 1}};
-    const JsonValue shared(a);
-    const JsonValue copy = shared;
-    a.insert("y", 2);
-    QCOMPARE(copy.toObject().size(), 1);
-    QVERIFY(copy == shared);
-}
-
-void TestJson::objectOrderAndLookup()
-{
     JsonObject small{{"b", 1}, {"a", 2}, {"b", 3}};
-    QCOMPARE(small.size(), 2);
     QCOMPARE(small.begin()->first, QStringLiteral("b"));
-    QCOMPARE(*small.find(u"b"), JsonValue(3));
-    QVERIFY(!small.contains(u"c"));
     QVERIFY(small == (JsonObject{{"a", 2}, {"b", 3}}));
-    QVERIFY(small != (JsonObject{{"a", 2}, {"b", 4}}));
-    QVERIFY(small != (JsonObject{{"a", 2}, {"c", 3}}));
+    QVERIFY(small != (JsonObject{{"a", 2}, {"b", 4}}) && small != (JsonObject{{"a", 2}, {"c", 3}}));
     QVERIFY(small != (JsonObject{{"a", 2}}));
 
-    // Large objects: every key found, replacement keeps the position, and a
-    // copy taken before further inserts is not affected by them.
+    // Large objects are indexed: every key found, replacement keeps the
+    // position, and a copy taken before further inserts is not affected.
     JsonObject big;
     const int count = 20000;
+    const auto key = [](int i) { return QStringLiteral("key%1").arg(i); };
     for (int i = 0; i < count; ++i)
-        big.insert(QStringLiteral("key%1").arg(i), i);
+        big.insert(key(i), i);
     const JsonObject before = big;
     for (int i = 0; i < count; i += 7)
-        big.insert(QStringLiteral("key%1").arg(i), -i);
+        big.insert(key(i), -i);
     big.insert(QStringLiteral("extra"), true);
-    QCOMPARE(big.size(), count + 1);
-    QCOMPARE(before.size(), count);
-    QVERIFY(!before.contains(u"extra"));
-    for (int i = 0; i < count; ++i) {
-        const QString key = QStringLiteral("key%1").arg(i);
-        QCOMPARE(big.find(key)->toDecimal().toLongLong(), i % 7 == 0 ? -i : i);
-        QCOMPARE(before.find(key)->toDecimal().toLongLong(), i);
+    QVERIFY(big.size() == count + 1 && before.size() == count && !before.contains(u"extra"));
+    auto member = big.begin();
+    for (int i = 0; i < count; ++i, ++member) {
+        QCOMPARE(member->first, key(i));
+        QCOMPARE(big.find(key(i))->toDecimal().toLongLong(), i % 7 ? i : -i);
+        QCOMPARE(before.find(key(i))->toDecimal().toLongLong(), i);
     }
-    int position = 0;
-    for (const auto &member : big) {
-        if (position < count)
-            QCOMPARE(member.first, QStringLiteral("key%1").arg(position));
-        ++position;
-    }
-    QCOMPARE(std::prev(big.end())->first, QStringLiteral("extra"));
-    QVERIFY(!big.contains(u"key20000"));
-    QVERIFY(big != before);
+    QCOMPARE(member->first, QStringLiteral("extra"));
+    QVERIFY(!big.contains(u"key20000") && big != before);
     JsonObject reordered;
     for (int i = count - 1; i >= 0; --i)
-        reordered.insert(QStringLiteral("key%1").arg(i), i);
+        reordered.insert(key(i), i);
     QVERIFY(reordered == before);
 }
 
 void TestJson::readerLeniency()
 {
     const struct { const char16_t *in; const char16_t *out; } cases[] = {
-        {u" {\n}", u" {\n}"},
         {u"{}", u" {\n}"},
-        {u"", u"<none>"},
-        {u"   ", u"<none>"},
         {u"[1]", u"<none>"},
-        {u"\"a\"", u"<none>"},
-        {u"12", u"<none>"},
-        {u"{", u"<none>"},
         {u"{\"a\":1,}", u" { \"a\" : 1\n}"},
         {u"{\"a\":1 \"b\":2}", u" { \"a\" : 1, \"b\" : 2\n}"},
         {u"{\"a\":1,,\"b\":2}", u"<none>"},
         {u"{\"a\":}", u" {\n}"},
-        {u"{\"a\"}", u" {\n}"},
         {u"{\"a\":1, \"b\"}", u" { \"a\" : 1\n}"},
         {u"{\"a\":1, \"b\":+1}", u"<none>"},
-        {u"{\"a\":.5}", u"<none>"},
         {u"{\"a\":-0.5,\"b\":12,\"c\":1.5e2,\"d\":-0}", u" { \"a\" : -0.5, \"b\" : 12, \"c\" : 150, \"d\" : 0\n}"},
-        {u"{\"a\":1e999}", u"<none>"},
-        {u"{\"a\":1e}", u"<none>"},
         {u"{\"a\":[1 2,]}", u" { \"a\" : [1, 2]\n}"},
         {u"{\"a\":[,1]}", u"<none>"},
         {u"{\"a\":[1,2 }", u" {\n}"}, // the array fails, the object still closes
         {u"{\"a\":[truefalse null]}", u" { \"a\" : [true, false, null]\n}"},
         {u"{\"a\":trueish}", u"<none>"},
-        {u"{\"a\":true\"b\":nullx}", u"<none>"},
-        {u"{\"a\":true\"b\":false}", u" { \"a\" : true, \"b\" : false\n}"},
+        {u"{\"a\":true\"b\":\"1\"}", u" { \"a\" : true, \"b\" : \"1\"\n}"},
         {u"{\"a\":1,\"a\":2,\"b\":3,\"a\":4}", u" { \"a\" : 4, \"b\" : 3\n}"},
-        {u"{\"a\":1}garbage", u" { \"a\" : 1\n}"},
-        {u"{\"a\":1}}", u" { \"a\" : 1\n}"},
+        {u"{\"a\":1}}garbage", u" { \"a\" : 1\n}"},
         {u"x{\"a\":1}", u"<none>"},
         {u"{a:1}", u"<none>"},
         {u"{\"a\" 1}", u"<none>"},
         {u"{\"a\" }", u" {\n}"},
-        {u"{\"o\":{\"p\":{}},\"q\":[{},[]]}", u" { \"o\" :  { \"p\" :  {\n}\n}, \"q\" : [ {\n}, []]\n}"},
+        // Every blank and line end of the platform set separates tokens; others do not.
+        {u"\u0085{\u00a0\"a\"\u2028:\u3000\t1\u2029,\v\"b\"\f:\r\n[\u1680\"x\"\u202f]\u205f}",
+         u" { \"a\" : 1, \"b\" : [\"x\"]\n}"},
+        {u"{\"a\":\u200b1}", u"<none>"},
+        // A non-ASCII decimal digit starts a number that does not read.
+        {u"{\"a\":\u0663}", u"<none>"},
     };
     for (const auto &c : cases)
         QCOMPARE(readBack(c.in), u16(c.out));
-
-    const std::optional<JsonObject> types = dictionaryWithJSONString(u"{\"t\":true,\"n\":1,\"z\":null,\"s\":\"1\"}");
-    QVERIFY(types);
-    QVERIFY(types->find(u"t")->isBool());
-    QVERIFY(types->find(u"n")->isNumber());
-    QVERIFY(types->find(u"z")->isNull());
-    QVERIFY(types->find(u"s")->isString());
-    QVERIFY(*types->find(u"t") != *types->find(u"n"));
-}
-
-void TestJson::readerWhiteSpaceAndDigits()
-{
-    // Every blank and line end of the platform set separates tokens.
-    QCOMPARE(readBack(u"\u0085{\u00a0\"a\"\u2028:\u3000\t1\u2029,\v\"b\"\f:\r\n[\u1680\"x\"\u202f]\u205f}"),
-             QStringLiteral(" { \"a\" : 1, \"b\" : [\"x\"]\n}"));
-    // Characters outside the set are not blanks.
-    QCOMPARE(readBack(u"{\"a\":\u200b1}"), QStringLiteral("<none>"));
     QCOMPARE(readBack(QStringLiteral("{\"a\":") + QChar(0) + QStringLiteral("1}")), QStringLiteral("<none>"));
-    // A non-ASCII decimal digit starts a number that does not read.
-    QCOMPARE(readBack(u"{\"a\":\u0663}"), QStringLiteral("<none>"));
-    QCOMPARE(readBack(u"{\"a\":\uff11}"), QStringLiteral("<none>"));
+
+    // Texts that end where the cursor must look at one more character.
+    for (const char16_t *text : {u"{ ", u"{\"a\":1  ", u"{\"a\":  \n", u"{\"a\":[1,", u"{\"a\":\"\\", u"{\"a\":\"\\u00e",
+                                 u"{\"a\":\"\\u00e9x", u"{\"a\":tru", u"{\"a\" :", u"{\"", u"{\"a\":-", u"\u2028"}) {
+        QCOMPARE(readBack(text), QStringLiteral("<none>"));
+    }
 }
 
-void TestJson::readerStringRules()
+void TestJson::readerStrings()
 {
     auto valueOf = [](const QString &text) {
         const std::optional<JsonObject> object = dictionaryWithJSONString(text);
-        if (!object || !object->contains(u"a"))
-            return QStringLiteral("<none>");
-        return object->find(u"a")->toString();
+        const JsonValue *value = object ? object->find(u"a") : nullptr;
+        return value ? value->toString() : QStringLiteral("<none>");
     };
-    QCOMPARE(valueOf(u16(u"{\"a\":\"x\\/y\"}")), u16(u"x\\/y"));
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\u00e9\\u00E9\"}")), u16(u"éé"));
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\ud83c\\udfac\"}")), u16(u"🎬"));
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\q\"}")), u16(u"\"\\\b\f\n\r\t\\q"));
-    // The four characters after "\u" give their leading hex digits, after
-    // optional blanks and "0x"; no digit at all gives U+0000.
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\u12zzX\"}")), QString(QChar(0x12)) + u'X');
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\u 0x1X\"}")), QString(QChar(0x1)) + u'X');
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\uzzzzX\"}")), QString(QChar(0)) + u'X');
-    QCOMPARE(valueOf(u16(u"{\"a\":\"\\u\"}\"x\"}")), QString(QChar(0)));
+    const struct { const char16_t *in; QString out; } cases[] = {
+        {u"{\"a\":\"x\\/y\"}", u16(u"x\\/y")},
+        {u"{\"a\":\"\\u00e9\\u00E9\"}", u16(u"éé")},
+        {u"{\"a\":\"\\ud83c\\udfac\"}", u16(u"🎬")},
+        {u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\q\"}", u16(u"\"\\\b\f\n\r\t\\q")},
+        // The four characters after "\u" give their leading hex digits, after
+        // optional blanks and "0x"; no digit at all gives U+0000.
+        {u"{\"a\":\"\\u12zzX\"}", QString(QChar(0x12)) + u'X'},
+        {u"{\"a\":\"\\u 0x1X\"}", QString(QChar(0x1)) + u'X'},
+        {u"{\"a\":\"\\uzzzzX\"}", QString(QChar(0)) + u'X'},
+        {u"{\"a\":\"\\u\"}\"x\"}", QString(QChar(0))},
+        // The string loop stops where only blanks remain: such a string fails,
+        // while blanks followed by the closing quote are ordinary content.
+        {u"{\"a\":\"x   ", QStringLiteral("<none>")},
+        {u"{\"a\":\"x\\u00e9  \n", QStringLiteral("<none>")},
+        {u"{\"a\":\"x \n\"}", QStringLiteral("x \n")},
+    };
+    for (const auto &c : cases)
+        QCOMPARE(valueOf(u16(c.in)), c.out);
     // Raw control characters and line ends inside strings are kept.
     const QString raw = QString(QChar(0x01)) + u'\n' + QChar(0x1F) + QChar(0) + u'\t';
     QCOMPARE(valueOf(QStringLiteral("{\"a\":\"") + raw + QStringLiteral("\"}")), raw);
     // Keys take the same escapes; interned keys do not leak between values.
-    const std::optional<JsonObject> keys = dictionaryWithJSONString(u"{\"k\\u00e9\":1,\"o\":[{\"id\":\"id\"},{\"id\":\"x\"}]}");
-    QVERIFY(keys);
-    QVERIFY(keys->contains(u"k\u00e9"));
+    const auto keys = dictionaryWithJSONString(u"{\"k\\u00e9\":1,\"o\":[{\"id\":\"id\"},{\"id\":\"x\"}]}");
+    QVERIFY(keys && keys->contains(u"k\u00e9"));
     QCOMPARE(keys->find(u"o")->toArray()[1].toObject().find(u"id")->toString(), QStringLiteral("x"));
-
-    // The string loop stops where only blanks remain: such a string fails,
-    // while blanks followed by the closing quote are ordinary content.
-    QCOMPARE(valueOf(QStringLiteral("{\"a\":\"x   ")), QStringLiteral("<none>"));
-    QCOMPARE(valueOf(QStringLiteral("{\"a\":\"x \n\"}")), QStringLiteral("x \n"));
-    QCOMPARE(valueOf(QStringLiteral("{\"a\":\"   \"}")), QStringLiteral("   "));
-    QCOMPARE(readBack(QStringLiteral("{\"a\":\"x\\u00e9  \n")), QStringLiteral("<none>"));
-    // Long runs of blanks inside and after a string do not slow the reader
-    // down to a crawl (a naive end test rescans them for every character).
+    // Long runs of blanks do not slow the reader to a crawl (a naive end
+    // test rescans them for every character).
     const QString spaces(300000, u' ');
     QCOMPARE(valueOf(QStringLiteral("{\"a\":\"") + spaces + QStringLiteral("\"}")), spaces);
     QCOMPARE(valueOf(QStringLiteral("{\"a\":\"x") + spaces), QStringLiteral("<none>"));
 }
 
-void TestJson::readerFailsCleanlyAtEnd()
-{
-    // Texts that end where the cursor must look at one more character.
-    for (const char16_t *text : {u"{", u"{ ", u"{\"a\":1", u"{\"a\":1  ", u"{\"a\":", u"{\"a\":  \n", u"{\"a\":[",
-                                 u"{\"a\":[1,", u"{\"a\":\"\\", u"{\"a\":\"\\u", u"{\"a\":\"\\u00", u"{\"a\":\"\\u00e",
-                                 u"{\"a\":\"\\u00e9", u"{\"a\":\"x\"", u"{\"a\":tru", u"{\"a\":{\"b\":1}", u"{\"a\"",
-                                 u"{\"a\" :", u"{\"", u"{\"a\":-", u"\u2028"}) {
-        QCOMPARE(readBack(text), QStringLiteral("<none>"));
-    }
-    // Just enough characters after "\u", even when the string never closes.
-    QCOMPARE(readBack(u"{\"a\":\"\\u00e9\"}"), QStringLiteral(" { \"a\" : \"\\u00e9\"\n}"));
-    QCOMPARE(readBack(u"{\"a\":\"\\u00e9x"), QStringLiteral("<none>"));
-}
-
 void TestJson::readerDepthLimit()
 {
     auto nestedObjects = [](int depth) {
-        QString text;
-        for (int i = 1; i < depth; ++i)
-            text += QStringLiteral("{\"a\":");
-        text += QStringLiteral("{}");
-        text += QString(depth - 1, u'}');
-        return text;
+        return QStringLiteral("{\"a\":").repeated(depth - 1) + QStringLiteral("{}") + QString(depth - 1, u'}');
     };
     auto nestedArrays = [](int depth) { // the top-level object counts as one
         return QStringLiteral("{\"a\":") + QString(depth - 1, u'[') + QString(depth - 1, u']') + u'}';
@@ -428,9 +298,12 @@ void TestJson::readerDepthLimit()
     QVERIFY(!dictionaryWithJSONString(nestedObjects(kJsonMaxDepth + 1)).has_value());
     QVERIFY(dictionaryWithJSONString(nestedArrays(kJsonMaxDepth)).has_value());
     QVERIFY(!dictionaryWithJSONString(nestedArrays(kJsonMaxDepth + 1)).has_value());
+    QVERIFY(!dictionaryWithJSONString(nestedObjects(100000)).has_value());
+    QVERIFY(!dictionaryWithJSONString(nestedArrays(100000)).has_value());
     // Too deep fails the whole text, even where a closing brace would
     // otherwise rescue the enclosing object.
     QVERIFY(!dictionaryWithJSONString(QStringLiteral("{\"a\":") + QString(kJsonMaxDepth, u'[') + u'}').has_value());
+    QVERIFY(!dictionaryWithJSONString(QString(100000, u'{')).has_value());
 
     // The deepest accepted text reads within a fraction of the main thread's
     // stack once the JVM exists (about 1 MB).
@@ -449,24 +322,30 @@ void TestJson::readerDepthLimit()
     QVERIFY(reader->wait(60000));
     delete reader;
     QVERIFY(deepRead);
-
-    const int huge = 100000;
-    QVERIFY(!dictionaryWithJSONString(QString(huge, u'{')).has_value());
-    QVERIFY(!dictionaryWithJSONString(QStringLiteral("{\"a\":") + QString(huge, u'[')).has_value());
-    QVERIFY(!dictionaryWithJSONString(QString(huge, u'[')).has_value());
-    QString objects;
-    for (int i = 0; i < huge; ++i)
-        objects += QStringLiteral("{\"a\":");
-    QVERIFY(!dictionaryWithJSONString(objects + QString(huge, u'}')).has_value());
-    QVERIFY(!dictionaryWithJSONString(QStringLiteral("{\"a\":") + QString(huge, u'[') + QString(huge, u']') + u'}')
-                 .has_value());
 }
 
-void TestJson::truncatedDocuments()
+void TestJson::roundTripsAndTruncation()
 {
     const JsonObject document = sampleDocument();
     const QString text = jsonStringValue(document);
-    QCOMPARE(dictionaryWithJSONString(text), std::optional<JsonObject>(document));
+    const std::optional<JsonObject> read = dictionaryWithJSONString(text);
+    QVERIFY(read && *read == document);
+    QCOMPARE(jsonStringValue(*read), text);
+
+    // A backslash comes back as a newline; floating-point numbers as decimals.
+    QCOMPARE(readBack(jsonStringValue({{"p", "C:\\dir\\"}, {"d", 0.1}, {"i", 1e20}})),
+             QStringLiteral(" { \"p\" : \"C:\\ndir\\n\", \"d\" : 0.1, \"i\" : 100000000000000000000\n}"));
+
+    // Every code unit survives as key and value; everything from U+0080 is escaped.
+    QString all;
+    for (int unit = 0; unit <= 0xFFFF; ++unit)
+        all += QChar(char16_t(unit));
+    const QString allText = jsonStringValue({{all, all}});
+    QVERIFY(std::all_of(allText.begin(), allText.end(), [](QChar c) { return c.unicode() < 0x80; }));
+    QString expected = all;
+    expected[0x5C] = u'\n'; // the backslash
+    QCOMPARE(dictionaryWithJSONString(allText), std::optional<JsonObject>(JsonObject{{expected, expected}}));
+
     // Every proper prefix of a written document fails (it lacks the last
     // "}"); with closing tokens appended, whatever reads must survive its
     // own write-and-read unchanged.
@@ -476,8 +355,7 @@ void TestJson::truncatedDocuments()
         const QStringView prefix = QStringView(text).left(length);
         QVERIFY2(!dictionaryWithJSONString(prefix).has_value(), qPrintable(prefix.toString()));
         for (const QString &closer : closers) {
-            const QString patched = prefix.toString() + closer;
-            if (const auto object = dictionaryWithJSONString(patched)) {
+            if (const auto object = dictionaryWithJSONString(prefix.toString() + closer)) {
                 ++partial;
                 const QString rewritten = jsonStringValue(*object);
                 QCOMPARE(readBack(rewritten), rewritten);
@@ -485,55 +363,6 @@ void TestJson::truncatedDocuments()
         }
     }
     QVERIFY(partial > 50); // the patched texts do exercise the rescue paths
-}
-
-void TestJson::roundTrip()
-{
-    const JsonObject document = sampleDocument();
-    const QString text = jsonStringValue(document);
-    const std::optional<JsonObject> read = dictionaryWithJSONString(text);
-    QVERIFY(read);
-    QVERIFY(*read == document);
-    QCOMPARE(read->find(u"flags")->toArray()[0], JsonValue(true));
-    QCOMPARE(read->find(u"flags")->toArray()[3], JsonValue(0));
-    QCOMPARE(read->find(u"big")->toDecimal().toString(), QStringLiteral("12345678901234567890"));
-    QCOMPARE(jsonStringValue(*read), text);
-
-    // A backslash comes back as a newline; floating-point numbers as decimals.
-    const std::optional<JsonObject> slash =
-        dictionaryWithJSONString(jsonStringValue({{"p", "C:\\dir\\"}, {"d", 0.1}, {"i", 1e20}}));
-    QVERIFY(slash);
-    QCOMPARE(slash->find(u"p")->toString(), QStringLiteral("C:\ndir\n"));
-    QCOMPARE(slash->find(u"d")->toDecimal().toString(), QStringLiteral("0.1"));
-    QCOMPARE(*slash->find(u"i"), JsonValue(dec("100000000000000000000")));
-
-    // A folders file of many entries.
-    JsonArray folders;
-    for (int i = 0; i < 2000; ++i) {
-        folders.push_back(JsonObject{{"name", JsonValue(QStringLiteral("Movies %1").arg(i))},
-                                     {"type", i % 3 ? "DiskFolder" : "iTunesPlaylist"},
-                                     {"id", JsonValue(QStringLiteral("/home/me/Vidéos/%1").arg(i))},
-                                     {"folderId", JsonValue(QString::number(i * 7919))}});
-    }
-    const JsonObject file{{"folders", folders}};
-    QVERIFY(dictionaryWithJSONString(jsonStringValue(file)) == std::optional<JsonObject>(file));
-}
-
-void TestJson::roundTripEveryCodeUnit()
-{
-    QString all;
-    for (int unit = 0; unit <= 0xFFFF; ++unit)
-        all += QChar(char16_t(unit));
-    const QString text = jsonStringValue({{all, all}});
-    for (const QChar c : text)
-        QVERIFY(c.unicode() < 0x80); // everything else is escaped
-    const std::optional<JsonObject> read = dictionaryWithJSONString(text);
-    QVERIFY(read);
-    QString expected = all;
-    expected[0x5C] = u'\n'; // the backslash
-    QCOMPARE(read->size(), 1);
-    QCOMPARE(read->begin()->first, expected);
-    QCOMPARE(read->begin()->second.toString(), expected);
 }
 
 QTEST_APPLESS_MAIN(TestJson)

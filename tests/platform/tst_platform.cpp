@@ -8,6 +8,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+static bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
 // A child run of this test executable writes or reads the store, so that
 // values are seen to cross a process boundary.
 static int childMain(const QString &mode)
@@ -71,8 +77,7 @@ void TestPlatform::defaultsAbsentAndConversions()
     QTemporaryDir dir;
     Defaults d(dir.path() + QStringLiteral("/store.conf"));
     const QString k = QStringLiteral("k");
-    QVERIFY(!d.contains(k) && !d.objectForKey(k).isValid());
-    QVERIFY(!d.boolForKey(k) && d.integerForKey(k) == 0);
+    QVERIFY(!d.contains(k) && !d.objectForKey(k).isValid() && !d.boolForKey(k) && d.integerForKey(k) == 0);
 
     d.setString(QStringLiteral("YES"), k);
     QVERIFY(d.boolForKey(k));
@@ -88,11 +93,9 @@ void TestPlatform::defaultsAbsentAndConversions()
     QVERIFY(!d.contains(k));
 
     // A damaged line is skipped, the rest of the file still reads.
-    QFile f(dir.path() + QStringLiteral("/broken.conf"));
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("garbage\nA=int:notanumber\nB=int:5\nC=unknown:1\n=bool:true\nD=bool:true\n");
-    f.close();
-    Defaults broken(f.fileName());
+    const QString file = dir.path() + QStringLiteral("/broken.conf");
+    QVERIFY(writeFile(file, "garbage\nA=int:notanumber\nB=int:5\nC=unknown:1\n=bool:true\nD=bool:true\n"));
+    Defaults broken(file);
     QVERIFY(!broken.contains(QStringLiteral("A")) && !broken.contains(QStringLiteral("C")));
     QCOMPARE(broken.objectForKey(QStringLiteral("B")), QVariant(qlonglong(5)));
     QCOMPARE(broken.objectForKey(QStringLiteral("D")), QVariant(true));
@@ -107,10 +110,9 @@ void TestPlatform::delayedCallsRunAndCancelPerTarget()
     DelayedCall::perform(&b, 10, [&] { ++ranB; });
     QCOMPARE(DelayedCall::pendingCount(&a), 2);
     DelayedCall::cancelAll(&a);
-    QCOMPARE(DelayedCall::pendingCount(&a), 0);
     QTRY_COMPARE(ranB, 1);
     QTest::qWait(50);
-    QCOMPARE(ranA, 0);
+    QVERIFY(ranA == 0 && DelayedCall::pendingCount(&a) == 0);
 
     // A call that re-arms itself, as the polls do, keeps exactly one pending.
     int passes = 0;
@@ -124,11 +126,8 @@ void TestPlatform::delayedCallsRunAndCancelPerTarget()
     DelayedCall::cancelAll(&a);
     const int stopped = passes;
     bool ran = false;
-    {
-        // A destroyed target takes its pending calls with it.
-        QObject gone;
-        DelayedCall::perform(&gone, 5, [&] { ran = true; });
-    }
+    // A destroyed target takes its pending calls with it.
+    DelayedCall::perform(std::make_unique<QObject>().get(), 5, [&] { ran = true; });
     QTest::qWait(40);
     QVERIFY(passes == stopped && !ran);
 }
@@ -136,16 +135,11 @@ void TestPlatform::delayedCallsRunAndCancelPerTarget()
 void TestPlatform::resourcesAndInfo()
 {
     QTemporaryDir dir;
-    QFile info(dir.path() + QStringLiteral("/Info.ini"));
-    QVERIFY(info.open(QIODevice::WriteOnly));
-    info.write("CFBundleVersion=240\nCFBundleShortVersionString=2.4\n");
-    info.close();
-    QFile jar(dir.path() + QStringLiteral("/QuillonServer.jar"));
-    QVERIFY(jar.open(QIODevice::WriteOnly));
-    jar.close();
-
+    QVERIFY(writeFile(dir.filePath(QStringLiteral("Info.ini")), "CFBundleVersion=240\nCFBundleShortVersionString=2.4\n"));
+    QVERIFY(writeFile(dir.filePath(QStringLiteral("QuillonServer.jar")), QByteArray()));
     Resources::setFolder(dir.path());
-    QCOMPARE(Resources::pathForResource(QStringLiteral("QuillonServer"), QStringLiteral("jar")), jar.fileName());
+    QCOMPARE(Resources::pathForResource(QStringLiteral("QuillonServer"), QStringLiteral("jar")),
+             dir.filePath(QStringLiteral("QuillonServer.jar")));
     QCOMPARE(Resources::pathForResource(QStringLiteral("jna"), QStringLiteral("jar")), QString());
     QCOMPARE(Info::value(QStringLiteral("CFBundleShortVersionString")), QStringLiteral("2.4"));
     QCOMPARE(Info::value(QStringLiteral("maxThumbnailWidth")), QString());
