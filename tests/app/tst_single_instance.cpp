@@ -11,48 +11,38 @@
 
 namespace {
 
-class Launch
-{
-public:
+const QString kStarted = QStringLiteral("Server started on: ");
+
+// The program run with `environment`; QProcess kills what still runs when it goes.
+struct Launch {
     explicit Launch(const QProcessEnvironment &environment)
     {
-        m_process.setProcessEnvironment(environment);
-        m_process.start(QStringLiteral(QUILLON_PROGRAM), {});
-    } // QProcess kills what is still running when it goes
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(QUILLON_PROGRAM), {});
+    }
 
-    // Waits until standard error holds `text`.
-    bool waitFor(const QString &text, int timeoutMs = 60000)
+    bool waitFor(const QString &text)
     {
-        QDeadlineTimer deadline(timeoutMs);
-        while (!log().contains(text) && !deadline.hasExpired() && m_process.state() != QProcess::NotRunning)
-            m_process.waitForReadyRead(100);
+        QDeadlineTimer deadline(60000);
+        while (!log().contains(text) && !deadline.hasExpired() && process.state() != QProcess::NotRunning)
+            process.waitForReadyRead(100);
         return log().contains(text);
     }
 
     // Whether the program ended by itself with exit code 0.
     bool endsCleanly()
     {
-        m_process.waitForFinished(30000);
-        log();
-        return m_process.state() == QProcess::NotRunning && m_process.exitStatus() == QProcess::NormalExit
-            && m_process.exitCode() == 0;
+        process.waitForFinished(30000);
+        return process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
+            && process.exitCode() == 0;
     }
 
-    bool signal(int number) { return ::kill(pid_t(m_process.processId()), number) == 0; }
+    bool signal(int number) { return ::kill(pid_t(process.processId()), number) == 0; }
+    const QString &log() { return text += QString::fromUtf8(process.readAllStandardError()); }
 
-    QString log()
-    {
-        m_log += QString::fromUtf8(m_process.readAllStandardError());
-        return m_log;
-    }
-
-private:
-    QProcess m_process;
-    QString m_log;
+    QProcess process;
+    QString text;
 };
-
-const QString kStarted = QStringLiteral("Server started on: ");
-const QString kRequested = QStringLiteral("Preferences window requested by another launch");
 
 }
 
@@ -62,33 +52,28 @@ class TestSingleInstance : public QObject
 
     QTemporaryDir m_home;
     QTemporaryDir m_runtime; // made with mode 0700, as a runtime folder is
-    QProcessEnvironment m_environment;
-
-    QString socketPath() const { return QDir(m_runtime.path()).filePath(QStringLiteral("quillon-server.socket")); }
+    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
 
 private slots:
-    void initTestCase()
+    void oneInstancePerUser()
     {
         QVERIFY(m_home.isValid() && m_runtime.isValid());
-        m_environment = QProcessEnvironment::systemEnvironment();
         m_environment.insert(QStringLiteral("HOME"), m_home.path());
         m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
         m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
         m_environment.insert(QStringLiteral("QUILLON_RESOURCE_DIR"), QStringLiteral(QUILLON_PROGRAM_RESOURCES));
         m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    }
+        const QString socket = m_runtime.filePath(QStringLiteral("quillon-server.socket"));
 
-    void oneInstancePerUser()
-    {
         // An instance that crashes leaves its socket behind.
         {
             Launch crashed(m_environment);
             QVERIFY2(crashed.waitFor(kStarted), qPrintable(crashed.log()));
-            QVERIFY(QFileInfo::exists(socketPath()));
+            QVERIFY(QFileInfo::exists(socket));
             QVERIFY(crashed.signal(SIGKILL));
             QVERIFY(!crashed.endsCleanly());
         }
-        QVERIFY(QFileInfo::exists(socketPath()));
+        QVERIFY(QFileInfo::exists(socket));
 
         Launch first(m_environment);
         QVERIFY2(first.waitFor(kStarted), qPrintable(first.log()));
@@ -97,8 +82,9 @@ private slots:
         for (int launch = 1; launch <= 2; ++launch) {
             Launch next(m_environment);
             QVERIFY2(next.endsCleanly(), qPrintable(next.log()));
-            QVERIFY2(!next.log().contains(kStarted), qPrintable(next.log()));
-            QTRY_COMPARE_WITH_TIMEOUT(first.log().count(kRequested), launch, 10000);
+            QVERIFY2(!next.log().contains(kStarted), qPrintable(next.text));
+            QTRY_COMPARE_WITH_TIMEOUT(first.log().count(QLatin1String("Preferences window requested by another launch")),
+                                      launch, 10000);
         }
 
         // SIGTERM ends the event loop; the singletons go in order.
@@ -109,7 +95,7 @@ private slots:
         const qsizetype server = log.indexOf(QLatin1String("Server Dealloc"));
         const qsizetype bridge = log.indexOf(QLatin1String("JNIServer dealloc"));
         QVERIFY2(controller >= 0 && server > controller && bridge > server, qPrintable(log));
-        QVERIFY(!QFileInfo::exists(socketPath())); // a clean end takes its socket along
+        QVERIFY(!QFileInfo::exists(socket)); // a clean end takes its socket along
     }
 };
 

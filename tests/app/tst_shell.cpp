@@ -1,0 +1,568 @@
+// The window controller, the About window, the application controller and the
+// preferences window, against the fixture server in one JVM.
+#include "AboutController.h"
+#include "BridgeFixture.h"
+#include "LogCapture.h"
+#include "StartupController.h"
+#include "WindowController.h"
+#include "WindowLayouts.h"
+#include "bridge/JNIServer.h"
+#include "platform/Defaults.h"
+#include "preferences/MainWindowController.h"
+#include "preferences/StartAtLogin.h"
+#include "preferences/TabController.h"
+#include "server/PasswordDigest.h"
+#include "server/Server.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+QStringList g_events;
+bool g_allowClose = true;
+
+class AskingController : public QObject
+{
+    Q_OBJECT
+public:
+    explicit AskingController(QWidget *window) : QObject(window) { g_events << QStringLiteral("created"); }
+    Q_INVOKABLE bool windowShouldClose(QWidget *window)
+    {
+        g_events << "should " + window->objectName();
+        return g_allowClose;
+    }
+    Q_INVOKABLE void windowWillClose(QWidget *window) { g_events << "will " + window->objectName(); }
+};
+
+bool closeAndFlush(QWidget *window)
+{
+    const bool closed = window->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return closed;
+}
+
+QByteArray fileBytes(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+Defaults &defaults() { return Defaults::standard(); }
+const QString kSkip = QStringLiteral("skipCloseWarning");
+
+const QString kPreferencesTitle = QStringLiteral("Quillon Server Preferences");
+
+// The visible top-level windows with this title.
+QList<QWidget *> visibleWindows(const QString &title)
+{
+    QList<QWidget *> found = QApplication::topLevelWidgets();
+    found.removeIf([&](QWidget *widget) { return !widget->isVisible() || widget->windowTitle() != title; });
+    return found;
+}
+
+// Closes a preferences window past the close warning and waits until its
+// controller is gone.
+bool closePreferences(WindowController *controller)
+{
+    QPointer<WindowController> watch = controller;
+    defaults().setBool(true, kSkip);
+    if (controller)
+        controller->window()->close();
+    return QTest::qWaitFor([&] { return watch.isNull(); }, 3000);
+}
+
+bool g_trayAvailable = true;
+
+QAction *menuAction(StartupController *c, const char *name) { return c->statusMenu()->findChild<QAction *>(name); }
+
+// The icon and the server entries that can be chosen: "mac-menu-on stopServer".
+QString trayState(StartupController *controller)
+{
+    QString state = controller->iconName();
+    for (const char *entry : {"startServer", "stopServer"})
+        state += menuAction(controller, entry)->isEnabled() ? QLatin1Char(' ') + QLatin1String(entry) : QString();
+    return state;
+}
+
+QStringList g_tabEvents;
+QString g_startTab;
+
+struct FakeTab : QObject, TabController {
+    FakeTab(const QString &name, QObject *parent) : QObject(parent), name(name) {}
+    void onShow() override { g_tabEvents << name + ".onShow"; }
+    void onHide() override { g_tabEvents << name + ".onHide"; }
+    void windowWillClose() override { g_tabEvents << name + ".windowWillClose"; }
+    const QString name;
+};
+
+const QString kPortMessage = QStringLiteral("Port must be an integer value in range from 1000 to 55000");
+
+Server *server() { return Server::instance(); }
+
+// A preferences window, opened on construction.
+struct Window {
+    QPointer<WindowController> controller = new WindowController(QStringLiteral("Main"));
+    QWidget *window = (controller->showWindow(), controller->window());
+    MainWindowController *main = qobject_cast<MainWindowController *>(controller->mainController());
+
+    template<class T>
+    T *find(const char *name) const { return window->findChild<T *>(QLatin1String(name)); }
+    void press(const char *button) const { QTest::mouseClick(find<QPushButton>(button), Qt::LeftButton); }
+    bool close() { return closePreferences(controller); }
+};
+
+void enter(QLineEdit *field, const QString &text)
+{
+    field->setFocus();
+    field->selectAll();
+    QTest::keyClick(field, Qt::Key_Backspace);
+    QTest::keyClicks(field, text);
+    QTest::keyClick(field, Qt::Key_Return);
+}
+
+// On the box itself: a check box reacts only where its box and text are.
+void click(QCheckBox *box) { QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(6, box->height() / 2)); }
+
+QStringList recordedCalls(const char *method) { return BridgeFixture::recordedCalls().filter(method); }
+
+}
+
+class TestShell : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+    LogCapture m_log;
+    std::unique_ptr<StartupController> m_controller; // the awake one, from firstAndLaterStarts on
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        // Neither the defaults nor the server's application folder may touch the real ones.
+        qputenv("HOME", QFile::encodeName(m_home.path()));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("config"))));
+        Defaults::resetStandard();
+        StartupController::setTrayProbe([] { return g_trayAvailable; });
+        WindowLayouts::registerForm(QStringLiteral("Framed"), [](QWidget *window) {
+            window->setObjectName(QStringLiteral("framed"));
+            window->setProperty("frameAutosaveName", QStringLiteral("TestFrame"));
+        });
+        WindowLayouts::registerController(QStringLiteral("Framed"),
+                                          [](QWidget *window) { return new AskingController(window); });
+        // A controller without the two window methods.
+        WindowLayouts::registerForm(QStringLiteral("Plain"), [](QWidget *) {});
+        WindowLayouts::registerController(QStringLiteral("Plain"), [](QWidget *window) { return new QObject(window); });
+    }
+
+    void windowControllerLifecycle()
+    {
+        WindowController unknown(QStringLiteral("NoSuchLayout"));
+        unknown.showWindow(); // nothing to show, and no crash
+        QVERIFY(!unknown.window());
+
+        int deallocs = 0;
+        auto *controller = new WindowController(QStringLiteral("Framed"));
+        controller->onDeallocCallTarget(this, [&deallocs] { ++deallocs; });
+        controller->showWindow();
+        QPointer<QWidget> window = controller->window();
+        QPointer<QObject> main = controller->mainController();
+        QVERIFY(qobject_cast<AskingController *>(main) && main->parent() == window);
+        window->showMinimized();
+        controller->showWindow();
+        QVERIFY(window->isVisible() && !(window->windowState() & Qt::WindowMinimized));
+
+        // Refused: asked, not told, nothing goes. Allowed: told once, and
+        // everything goes only after the close has been handled.
+        g_allowClose = false;
+        QVERIFY(!closeAndFlush(window));
+        QVERIFY(main && window->isVisible());
+        g_allowClose = true;
+        const QRect frame(40, 50, 321, 234);
+        window->setGeometry(frame);
+        QPointer<WindowController> watch = controller;
+        QVERIFY(window->close());
+        QVERIFY(watch && deallocs == 0);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(!watch && !main && !window);
+        QCOMPARE(g_events, QStringList({"created", "should framed", "should framed", "will framed"}));
+        QCOMPARE(deallocs, 1);
+
+        // The frame comes back under its autosave name, read from the file.
+        Defaults::resetStandard();
+        controller = new WindowController(QStringLiteral("Framed"));
+        controller->showWindow();
+        QCOMPARE(controller->window()->geometry(), frame);
+        QVERIFY(closeAndFlush(controller->window()));
+
+        // Without the window methods closing is allowed, without an autosave
+        // name nothing is stored. A re-registration replaces the target; a
+        // target gone first is not called.
+        const QByteArray stored = fileBytes(defaults().fileName());
+        int replaced = 0, gone = 0;
+        controller = new WindowController(QStringLiteral("Plain"));
+        controller->onDeallocCallTarget(this, [&replaced] { ++replaced; });
+        auto *target = new QObject;
+        controller->onDeallocCallTarget(target, [&gone] { ++gone; });
+        delete target;
+        controller->showWindow();
+        controller->window()->setGeometry(QRect(10, 10, 200, 150));
+        QVERIFY(closeAndFlush(controller->window()));
+        QCOMPARE(replaced + gone, 0);
+        QCOMPARE(fileBytes(defaults().fileName()), stored);
+    }
+
+    // Runs before anything creates the Server.
+    void iconFromSavedWishBeforeTheServer()
+    {
+        defaults().setBool(false, QStringLiteral("serverRunning"));
+        {
+            StartupController stopped;
+            QCOMPARE(trayState(&stopped), QStringLiteral("mac-menu-off startServer"));
+            QVERIFY(!stopped.statusItem()->icon().isNull());
+            QCOMPARE(stopped.statusItem()->toolTip(), QStringLiteral("Quillon Server"));
+        }
+        defaults().removeObjectForKey(QStringLiteral("serverRunning"));
+        StartupController fresh;
+        QCOMPARE(fresh.iconName(), QStringLiteral("mac-menu-on"));
+        QStringList names;
+        for (QAction *action : fresh.statusMenu()->actions())
+            if (!action->isSeparator())
+                names << action->objectName();
+        QCOMPARE(names, QStringList({"showPreferences", "showAbout", "startServer", "stopServer", "quit"}));
+        QCOMPARE(JNIServer::instance(), nullptr); // no Server, hence no JVM
+        QCOMPARE(m_log.count(QStringLiteral("StartupController Dealloc")), 1);
+    }
+
+    void firstAndLaterStarts()
+    {
+        QVERIFY(!defaults().contains(QStringLiteral("hasBeenRun")));
+        m_controller = std::make_unique<StartupController>();
+        m_controller->awakeFromNib();
+        QVERIFY2(JNIServer::instance() && JNIServer::instance()->isAvailable(), qPrintable(m_log.text()));
+        QCOMPARE(defaults().objectForKey("hasBeenRun"), QVariant(true));
+        QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
+        QVERIFY(Server::instance()->isRunning()); // a fresh installation starts the server
+        QCOMPARE(trayState(m_controller.get()), QStringLiteral("mac-menu-on stopServer"));
+        QVERIFY(closePreferences(m_controller->mainWindowController()));
+
+        {
+            StartupController second;
+            second.awakeFromNib();
+            QCOMPARE(second.mainWindowController(), nullptr);
+            QVERIFY(visibleWindows(kPreferencesTitle).isEmpty());
+        }
+
+        // Without a tray the preferences open; a tray that turns up later gets the icon.
+        g_trayAvailable = false;
+        StartupController trayless;
+        trayless.awakeFromNib();
+        QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
+        QVERIFY(trayless.isLookingForTray());
+        QVERIFY(closePreferences(trayless.mainWindowController()));
+        g_trayAvailable = true;
+        QTRY_VERIFY_WITH_TIMEOUT(!trayless.isLookingForTray(), StartupController::kTrayCheckIntervalMs * 3);
+        QVERIFY(trayless.statusItem()->isVisible());
+        QCOMPARE(trayless.mainWindowController(), nullptr);
+    }
+
+    void iconFollowsTheServer()
+    {
+        StartupController *controller = m_controller.get();
+        QVERIFY(controller);
+        JNIServer::instance()->stop(); // by itself: the poll notices within a second
+        QTRY_COMPARE_WITH_TIMEOUT(trayState(controller), QStringLiteral("mac-menu-off startServer"), 1500);
+
+        menuAction(controller, "startServer")->trigger();
+        QCOMPARE(trayState(controller), QStringLiteral("mac-menu-on stopServer"));
+        QCOMPARE(defaults().objectForKey("serverRunning"), QVariant(true));
+        menuAction(controller, "stopServer")->trigger();
+        QCOMPARE(defaults().objectForKey("serverRunning"), QVariant(false));
+        QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-off"));
+    }
+
+    void oneWindowOfEachAtATime()
+    {
+        StartupController *controller = m_controller.get();
+        m_log.clear();
+        for (int opening = 1; opening <= 2; ++opening) {
+            menuAction(controller, "showPreferences")->trigger();
+            WindowController *window = controller->mainWindowController();
+            controller->showPreferences();
+            QVERIFY(window && controller->mainWindowController() == window);
+            QCOMPARE(visibleWindows(kPreferencesTitle), QList<QWidget *>{window->window()});
+            QVERIFY(closePreferences(window));
+            QCOMPARE(controller->mainWindowController(), nullptr);
+            QCOMPARE(m_log.count(QStringLiteral("MainWindowController Dealloc")), opening);
+        }
+
+        QList<QUrl> opened;
+        AboutController::setUrlOpener([&](const QUrl &url) {
+            opened.append(url);
+            return false; // a browser that cannot be opened is not reported
+        });
+        for (int opening = 1; opening <= 2; ++opening) {
+            m_log.clear();
+            QVERIFY(!AboutController::currentInstance());
+            menuAction(controller, "showAbout")->trigger();
+            controller->showAbout();
+            QWidget *about = AboutController::currentInstance()->window();
+            QCOMPARE(visibleWindows(about->windowTitle()), QList<QWidget *>{about});
+            about->findChild<QPushButton *>(QStringLiteral("homePageButton"))->click();
+            about->findChild<QPushButton *>(QStringLiteral("licensesButton"))->click();
+            QPointer<AboutController> watch = AboutController::currentInstance();
+            QVERIFY(about->close());
+            QVERIFY(!AboutController::currentInstance() && watch && m_log.lines().isEmpty());
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QVERIFY(!watch);
+            QCOMPARE(m_log.lines(), QStringList{"AboutController Dealloc"});
+        }
+        AboutController::setUrlOpener({});
+        const QUrl home(QStringLiteral("http://www.quillonserver.com/quillon"));
+        const QUrl licenses(QStringLiteral("http://www.quillonserver.com/quillon/licenses.html"));
+        QCOMPARE(opened, (QList<QUrl>{home, licenses, home, licenses}));
+    }
+
+    void tabProtocol()
+    {
+        MainWindowController::addTabSetup([](MainWindowController *controller, QWidget *window) {
+            controller->setConversionController(new FakeTab(QStringLiteral("conversion"), window));
+            controller->setLogsController(new FakeTab(QStringLiteral("logs"), window));
+            if (!g_startTab.isEmpty())
+                controller->tabView()->setCurrentWidget(window->findChild<QWidget *>(g_startTab));
+        });
+        g_tabEvents.clear();
+        Window w;
+        QTabWidget *tabs = w.main->tabView();
+        QStringList ids;
+        for (int i = 0; i < tabs->count(); ++i)
+            ids << tabs->widget(i)->objectName();
+        QCOMPARE(ids, QStringList({"server", "sharedFolders", "conversionFolders", "converter", "conversion",
+                                   "remote", "logs"}));
+        QCOMPARE(w.main->selectedTabId(), QStringLiteral("server"));
+
+        for (const char *tab : {"conversion", "logs", "converter", "logs", "conversion"}) {
+            tabs->setCurrentWidget(w.find<QWidget>(tab));
+            w.main->setSelectedTabId(QLatin1String(tab)); // the same again: nothing
+        }
+        w.main->setSelectedTabId(QStringLiteral("remote")); // from outside: the view follows
+        QCOMPARE(tabs->currentWidget(), w.find<QWidget>("remote"));
+        // Logs are never told of hiding.
+        QCOMPARE(g_tabEvents, QStringList({"conversion.onShow", "conversion.onHide", "logs.onShow", "logs.onShow",
+                                           "conversion.onShow", "conversion.onHide"}));
+        g_tabEvents.clear();
+        QVERIFY(w.close());
+        QCOMPARE(g_tabEvents, QStringList({"conversion.windowWillClose"}));
+
+        // The tab the layout selects is announced when the window loads.
+        g_tabEvents.clear();
+        g_startTab = QStringLiteral("conversion");
+        w = Window();
+        QCOMPARE(g_tabEvents, QStringList({"conversion.onShow"}));
+        g_startTab.clear();
+        QVERIFY(w.close());
+        MainWindowController::clearTabSetups();
+    }
+
+    void closeWarning()
+    {
+        defaults().removeObjectForKey(kSkip);
+        Window w;
+        w.window->close();
+        w.window->close(); // while the sheet is up: still one sheet
+        QVERIFY(w.controller && w.window->isVisible() && w.main->closeSheet()->isVisible());
+        QCOMPARE(w.window->findChildren<QDialog *>().count(), 2); // the two sheets, built once
+        w.press("closeSheetButton");
+        QTRY_VERIFY(!w.controller); // closed, without a second sheet
+        QVERIFY(!defaults().contains(kSkip));
+
+        // Once per opening, a stored NO included; Escape ends the sheet like
+        // its button, and its check box turns the warning off for good.
+        defaults().setBool(false, kSkip);
+        w = Window();
+        w.window->close();
+        auto *skip = w.find<QCheckBox>("skipCloseWarningCheckBox");
+        QVERIFY(skip->isVisible());
+        QCOMPARE(skip->text(), QStringLiteral("Don't show this again"));
+        skip->setChecked(true);
+        QTest::keyClick(w.main->closeSheet(), Qt::Key_Escape);
+        QTRY_VERIFY(!w.controller);
+        QCOMPARE(defaults().objectForKey(kSkip), QVariant(true));
+        w = Window();
+        w.window->close();
+        QTRY_VERIFY(!w.controller); // at once
+    }
+
+    void passwordSheet()
+    {
+        defaults().removeObjectForKey(QStringLiteral("passwordDigest"));
+        server()->setRequiresPassword(false);
+        Window w;
+        QDialog *sheet = w.main->changePasswordSheet();
+        auto *placeholder = w.find<QLineEdit>("passwordPlaceholderField");
+        auto *field = w.find<QLineEdit>("changePasswordField");
+        click(w.find<QCheckBox>("requiresPasswordCheckBox"));
+        QVERIFY(server()->requiresPassword() && placeholder->text().isEmpty() && placeholder->isReadOnly());
+        QCOMPARE(field->echoMode(), QLineEdit::Password);
+        w.press("changePasswordButton");
+        QTest::keyClicks(field, QStringLiteral("abc"));
+        BridgeFixture::clearRecordedCalls();
+        w.press("changePasswordCancelButton");
+        QVERIFY(!sheet->isVisible() && !defaults().contains(QStringLiteral("passwordDigest")));
+
+        // The text stays for the next opening; confirm stores its digest.
+        w.press("changePasswordButton");
+        QCOMPARE(field->text(), QStringLiteral("abc"));
+        w.press("changePasswordConfirmButton");
+        QVERIFY(!sheet->isVisible());
+        QCOMPARE(recordedCalls("setPasswordDigest"),
+                 QStringList{"setPasswordDigest(" + PasswordDigest::getSHA1(QStringLiteral("abc")) + ")"});
+        QCOMPARE(placeholder->text(), QStringLiteral("***"));
+
+        // Emptied and confirmed: the empty password, not "no password".
+        w.press("changePasswordButton");
+        QTest::keyClick(field, Qt::Key_Backspace); // the sheet opens with the text selected
+        w.press("changePasswordConfirmButton");
+        QCOMPARE(server()->passwordDigest(), PasswordDigest::getSHA1(QString()));
+        QVERIFY(placeholder->text().isEmpty());
+        QVERIFY(w.close());
+    }
+
+    void settingsBoundBothWays()
+    {
+        // Read like a number field's text: the leading integer, else 0.
+        const QList<QPair<QVariant, bool>> proposals = {
+            {1023, false}, {1024, true}, {55000, true}, {55001, false}, {"  8080abc", true}, {"abc8080", false},
+            {QVariant(), false}, {"99999999999999999999", false}, {4000.9, true}};
+        for (const auto &[proposed, accepted] : proposals) {
+            ValidationError error;
+            QVERIFY2(MainWindowController::validateCustomPort(proposed, &error) == accepted
+                         && MainWindowController::validateCustomPort(proposed, nullptr) == accepted,
+                     qPrintable(proposed.toString()));
+            QCOMPARE(error.description, accepted ? QString() : kPortMessage);
+        }
+
+        server()->setListenOnCustomPort(false);
+        const QStringList keys = {"CustomPort", "ConverterMaximalWidth", "ConverterMaximalHeight"};
+        for (const QString &key : keys)
+            defaults().removeObjectForKey(key);
+        Window w;
+        auto *listen = w.find<QCheckBox>("listenOnCustomPortCheckBox");
+        auto *port = w.find<QLineEdit>("customPortField");
+        auto *width = w.find<QLineEdit>("maximalWidthField");
+        auto *height = w.find<QLineEdit>("maximalHeightField");
+        const QList<QLabel *> errors = {w.find<QLabel>("customPortError"), w.find<QLabel>("maximalWidthError"),
+                                        w.find<QLabel>("maximalHeightError")};
+        const auto errorTexts = [&] { return QStringList({errors[0]->text(), errors[1]->text(), errors[2]->text()}); };
+        QCOMPARE(QStringList({port->text(), width->text(), height->text()}), QStringList({"45631", "480", "320"}));
+        QVERIFY(!port->isEnabled());
+        click(listen);
+        QVERIFY(server()->listenOnCustomPort() && port->isEnabled());
+
+        // Refused text shows the message next to the field and stores nothing.
+        enter(port, QStringLiteral("80"));
+        enter(width, QStringLiteral("wide"));
+        enter(height, QStringLiteral("199"));
+        QCOMPARE(errorTexts(), QStringList({kPortMessage, "Value must be between 300 and 640",
+                                            "Value must be between 200 and 480"}));
+        for (const QString &key : keys)
+            QVERIFY2(!defaults().contains(key), qPrintable(key));
+        BridgeFixture::clearRecordedCalls();
+        enter(port, QStringLiteral("8080abc"));
+        enter(width, QStringLiteral("640"));
+        enter(height, QStringLiteral("200"));
+        QCOMPARE(port->text(), QStringLiteral("8080"));
+        QCOMPARE(errorTexts(), QStringList({"", "", ""}));
+        QCOMPARE(BridgeFixture::recordedCalls(),
+                 QStringList({"setDefaultPort(8080)", "setConverterMaxWidth(640)", "setConverterMaxHeight(200)"}));
+
+        // Changes made elsewhere reach the fields, over refused text too.
+        enter(height, QStringLiteral("1000"));
+        server()->setCustomPort(5000);
+        server()->setListenOnCustomPort(false);
+        server()->setMaximalHeight(250);
+        QCOMPARE(QStringList({port->text(), height->text()}), QStringList({"5000", "250"}));
+        QVERIFY(!listen->isChecked() && !port->isEnabled() && errors[2]->text().isEmpty());
+
+        server()->setFontSize(100);
+        server()->setRemoteSupportEnabled(false);
+        for (int index = 1; index <= 4; ++index)
+            server()->setPreferredLanguage(QStringLiteral("None"), index);
+        auto *size = w.find<QComboBox>("fontSizeComboBox");
+        QStringList sizes;
+        for (int i = 0; i < size->count(); ++i)
+            sizes << size->itemText(i);
+        QCOMPARE(sizes, QStringList({"90%", "100%", "110%", "120%", "130%", "140%", "150%"}));
+
+        // The second entry of each list reaches the server, once and without echo.
+        const QList<QPair<const char *, QStringList>> lists = {
+            {"codecComboBox", {}},
+            {"fontSizeComboBox", {"setFontSize(100)"}},
+            {"preferredLanguage2ComboBox", {"setPreferredLanguages([English])"}},
+            {"subtitleCharsetComboBox", {"setDefaultCharset(ISO-8859-1)"}},
+            {"fontFamilyComboBox", {"setFontFamilyName(Monospaced)"}},
+        };
+        for (const auto &[box, calls] : lists) {
+            w.find<QComboBox>(box)->setCurrentIndex(0);
+            BridgeFixture::clearRecordedCalls();
+            QTest::keyClick(w.find<QComboBox>(box), Qt::Key_Down);
+            QCOMPARE(recordedCalls("set"), calls);
+        }
+        QCOMPARE(server()->codec(), QStringLiteral("MPEG4"));
+        server()->setFontSize(130); // and back from the server
+        server()->setPreferredLanguage4(QStringLiteral("German"));
+        QCOMPARE(size->currentText(), QStringLiteral("130%"));
+        QCOMPARE(w.find<QComboBox>("preferredLanguage4ComboBox")->currentText(), QStringLiteral("German"));
+
+        auto *remote = w.find<QCheckBox>("remoteSupportCheckBox");
+        auto *mapping = w.find<QCheckBox>("portMappingCheckBox");
+        QVERIFY(!mapping->isEnabled());
+        click(remote);
+        QVERIFY(server()->remoteSupportEnabled() && mapping->isEnabled() && mapping->isChecked()); // mapping on by default
+        click(mapping);
+        QVERIFY(!server()->portMappingEnabled());
+        server()->setRemoteSupportEnabled(false);
+        QVERIFY(!remote->isChecked() && !mapping->isEnabled());
+
+        auto *status = w.find<QLabel>("serverStatusLabel");
+        server()->setRunning(false);
+        QCOMPARE(status->text(), QStringLiteral("The server is stopped."));
+        w.press("startStopServerButton");
+        QVERIFY(server()->isRunning());
+        QCOMPARE(status->text(), QStringLiteral("The server is running."));
+        QCOMPARE(w.find<QPushButton>("startStopServerButton")->text(), QStringLiteral("Stop Server"));
+
+        const QString folder = m_home.filePath(QStringLiteral("autostart"));
+        StartAtLogin::setAutostartFolder(folder);
+        StartAtLogin::setProgramPath(QStringLiteral("/opt/quillon/bin/quillon-server"));
+        auto *box = w.find<QCheckBox>("startOnLoginCheckBox");
+        click(box); // no autostart folder: fails, writes nothing, reads unchecked
+        QVERIFY(!box->isChecked() && !QFileInfo::exists(folder));
+
+        QVERIFY(QDir().mkpath(folder));
+        click(box);
+        QVERIFY(box->isChecked() && StartAtLogin::startOnLogin());
+        click(box);
+        QVERIFY(!box->isChecked() && !StartAtLogin::startOnLogin());
+        StartAtLogin::setAutostartFolder(QString());
+        StartAtLogin::setProgramPath(QString());
+        QVERIFY(w.close());
+    }
+};
+
+QTEST_MAIN(TestShell)
+#include "tst_shell.moc"
