@@ -30,65 +30,55 @@ class TestConversionRecords : public QObject
     Q_OBJECT
 
 private slots:
-    void fromDocument_data();
-    void fromDocument();
-    void constructorsGiveNothingForNothing();
+    void fromDocument_data()
+    {
+        QTest::addColumn<QString>("document");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char *name, const char *document, const char *expected) {
+            QTest::newRow(name) << QString::fromUtf8(document) << QString::fromUtf8(expected);
+        };
+        // Queue order as sent, duplicates kept; unknown members ignored.
+        row("full", R"({"other": 1, "conversion": {
+            "convertedItem": {"item": {"id": "f7", "name": "Holiday ☀.avi"},
+                              "conversionState": {"percentDone": 42.5, "eta": 3600, "paused": true, "x": []}},
+            "queue": [{"id": "a", "name": "First"}, {"id": "b", "name": "Second"}, {"id": "a", "name": "First"}],
+            "unknown": {"queue": []}}})",
+            "item:f7=Holiday ☀.avi state:42.5,3600,paused queue:[a=First,b=Second,a=First]");
+        // No queue is not the same as an empty one.
+        row("idle", R"({"conversion": {}})", "idle queue:-");
+        row("empty queue", R"({"conversion": {"queue": []}})", "idle queue:[]");
+        row("bare objects", R"({"conversion": {"convertedItem": {}, "queue": [{}, {"id": "", "name": ""}]}})", "item:- queue:[-=-,=]");
+        row("nulls", R"({"conversion": {"convertedItem": {"item": null,
+            "conversionState": {"percentDone": null, "eta": null, "paused": null}}, "queue": null}})",
+            "item:- state:-,null,running queue:-");
+        row("null item, queue object", R"({"conversion": {"convertedItem": null, "queue": {"id": "a"}}})", "idle queue:-");
+        // Elements that are no object are left out; a number as an id reads as its digits.
+        row("foreign values", R"({"conversion": {
+            "queue": [null, 3, "x", {"id": 17, "name": "n"}, [], {"id": true}],
+            "convertedItem": {"item": "text", "conversionState": {"paused": 1, "eta": "soon", "percentDone": "50"}}}})",
+            "item:- state:-,-,paused queue:[17=n,-=-]");
+        row("paused false", R"({"conversion": {"convertedItem": {"conversionState": {"paused": false}}}})",
+            "item:- state:-,-,running queue:-");
+        for (const char *bad : {"", "garbage", "[]", "{}", R"({"conversion": null})", R"({"conversion": [1]})",
+                                R"({"conversion": "x"})", R"({"conversion": {"queue": [)"})
+            QTest::addRow("refused %s", bad) << QString::fromUtf8(bad) << QStringLiteral("nothing");
+    }
+
+    void fromDocument()
+    {
+        QFETCH(QString, document);
+        QFETCH(QString, expected);
+        QCOMPARE(describe(KRConversion::conversionFromJSONString(document)), expected);
+    }
+
+    void constructorsGiveNothingForNothing()
+    {
+        QVERIFY(!KRConversion::conversionFromDictionary(nullptr));
+        // Built straight from a dictionary, as the view does with "conversion".
+        const JsonObject dictionary{{QStringLiteral("queue"), JsonArray{JsonObject{{QStringLiteral("id"), "q"}}}}};
+        QCOMPARE(describe(KRConversion::conversionFromDictionary(&dictionary)), QStringLiteral("idle queue:[q=-]"));
+    }
 };
-
-void TestConversionRecords::fromDocument_data()
-{
-    QTest::addColumn<QString>("document");
-    QTest::addColumn<QString>("expected");
-    const auto row = [](const char *name, const char *document, const char *expected) {
-        QTest::newRow(name) << QString::fromUtf8(document) << QString::fromUtf8(expected);
-    };
-    // Queue order as sent, duplicates kept; unknown members ignored.
-    row("full", R"({"other": 1, "conversion": {
-        "convertedItem": {"item": {"id": "f7", "name": "Holiday ☀.avi"},
-                          "conversionState": {"percentDone": 42.5, "eta": 3600, "paused": true, "x": []}},
-        "queue": [{"id": "a", "name": "First"}, {"id": "b", "name": "Second"}, {"id": "a", "name": "First"}],
-        "unknown": {"queue": []}}})",
-        "item:f7=Holiday ☀.avi state:42.5,3600,paused queue:[a=First,b=Second,a=First]");
-    // No queue is not the same as an empty one.
-    row("idle", R"({"conversion": {}})", "idle queue:-");
-    row("empty queue", R"({"conversion": {"queue": []}})", "idle queue:[]");
-    row("bare objects", R"({"conversion": {"convertedItem": {}, "queue": [{}]}})", "item:- queue:[-=-]");
-    row("empty state", R"({"conversion": {"convertedItem": {"conversionState": {}}}})", "item:- state:-,-,running queue:-");
-    row("empty strings", R"({"conversion": {"queue": [{"id": "", "name": ""}]}})", "idle queue:[=]");
-    row("nulls", R"({"conversion": {"convertedItem": {"item": null,
-        "conversionState": {"percentDone": null, "eta": null, "paused": null}}, "queue": null}})",
-        "item:- state:-,null,running queue:-");
-    row("null converted item", R"({"conversion": {"convertedItem": null}})", "idle queue:-");
-    // Elements that are no object are left out; a number as an id reads as its digits.
-    row("foreign values", R"({"conversion": {
-        "queue": [null, 3, "x", {"id": 17, "name": "n"}, [], {"id": true}],
-        "convertedItem": {"item": "text", "conversionState": {"paused": 1, "eta": "soon", "percentDone": "50"}}}})",
-        "item:- state:-,-,paused queue:[17=n,-=-]");
-    row("paused false", R"({"conversion": {"convertedItem": {"conversionState": {"paused": false}}}})",
-        "item:- state:-,-,running queue:-");
-    row("queue object", R"({"conversion": {"queue": {"id": "a"}}})", "idle queue:-");
-    for (const char *bad : {"", "garbage", "[]", "{}", R"({"conversion": null})", R"({"conversion": [1]})",
-                            R"({"conversion": "x"})", R"({"conversion": {"queue": [)"})
-        QTest::addRow("refused %s", bad) << QString::fromUtf8(bad) << QStringLiteral("nothing");
-}
-
-void TestConversionRecords::fromDocument()
-{
-    QFETCH(QString, document);
-    QFETCH(QString, expected);
-    QCOMPARE(describe(KRConversion::conversionFromJSONString(document)), expected);
-}
-
-void TestConversionRecords::constructorsGiveNothingForNothing()
-{
-    QVERIFY(!KRQueueItem::itemFromDictionary(nullptr));
-    QVERIFY(!KRConversionState::stateFromDictionary(nullptr));
-    QVERIFY(!KRConvertedItem::itemFromDictionary(nullptr));
-    QVERIFY(!KRConversion::conversionFromDictionary(nullptr));
-    // Built straight from a dictionary, as the view does with "conversion".
-    const JsonObject dictionary{{QStringLiteral("queue"), JsonArray{JsonObject{{QStringLiteral("id"), "q"}}}}};
-    QCOMPARE(describe(KRConversion::conversionFromDictionary(&dictionary)), QStringLiteral("idle queue:[q=-]"));
-}
 
 QTEST_GUILESS_MAIN(TestConversionRecords)
 #include "tst_conversion_records.moc"

@@ -28,12 +28,7 @@ inline void useTemporaryHome(const QTemporaryDir &dir)
 // initialisation and its warm-up listings.
 inline QStringList callsAfterBridgeInit(const QStringList &calls)
 {
-    qsizetype i = 0;
-    while (i < calls.size() && !calls[i].startsWith(QLatin1String("RemoteManagerControl.init(")))
-        ++i;
-    for (++i; i < calls.size() && calls[i].startsWith(QLatin1String("getAvailable"));)
-        ++i;
-    return calls.mid(i);
+    return calls.mid(calls.indexOf(QStringLiteral("getAvailableEncodings()")) + 1);
 }
 
 // The calls Java received during `action`. With a `method`, the fixture

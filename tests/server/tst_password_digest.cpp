@@ -3,15 +3,6 @@
 #include <QProcess>
 #include <QtTest>
 
-class TestPasswordDigest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void matchesIndependentSha1_data();
-    void matchesIndependentSha1();
-};
-
 // SHA-1 of the bytes by the system's sha1sum, upper-cased.
 static QString sha1sum(const QByteArray &bytes)
 {
@@ -26,30 +17,35 @@ static QString sha1sum(const QByteArray &bytes)
     return QString::fromLatin1(p.readAllStandardOutput().left(40)).toUpper();
 }
 
-void TestPasswordDigest::matchesIndependentSha1_data()
+class TestPasswordDigest : public QObject
 {
-    QTest::addColumn<QString>("password");
-    QTest::addColumn<QByteArray>("hashedBytes");
+    Q_OBJECT
 
-    QTest::newRow("ascii") << QStringLiteral("secret") << QByteArray("Q#48secret&5m");
-    QTest::newRow("salt-like text") << QStringLiteral("%@&5m") << QByteArray("Q#48%@&5m&5m");
-    QTest::newRow("non-ascii") << QStringLiteral("pässwörd ключ 🎬")
-                               << (QByteArray("Q#48") + QStringLiteral("pässwörd ключ 🎬").toUtf8() + "&5m");
-    // Hashing stops at the first zero byte, salt end included.
-    QTest::newRow("embedded nul") << QString::fromUtf16(u"ab\0cd", 5) << QByteArray("Q#48ab");
-    QTest::newRow("leading nul") << QString::fromUtf16(u"\0cd", 3) << QByteArray("Q#48");
-    // An empty password is not salted at all.
-    QTest::newRow("empty") << QStringLiteral("") << QByteArray();
-    QTest::newRow("null") << QString() << QByteArray();
-}
+private slots:
+    void matchesIndependentSha1_data()
+    {
+        QTest::addColumn<QString>("password");
+        QTest::addColumn<QByteArray>("hashedBytes");
 
-void TestPasswordDigest::matchesIndependentSha1()
-{
-    QFETCH(QString, password);
-    QFETCH(QByteArray, hashedBytes);
-    // Upper-case hex, as sha1sum's output is made here.
-    QCOMPARE(PasswordDigest::getSHA1(password), sha1sum(hashedBytes));
-}
+        QTest::newRow("ascii") << QStringLiteral("secret") << QByteArray("Q#48secret&5m");
+        QTest::newRow("salt-like text") << QStringLiteral("%@&5m") << QByteArray("Q#48%@&5m&5m");
+        QTest::newRow("non-ascii") << QStringLiteral("pässwörd ключ 🎬")
+                                   << (QByteArray("Q#48") + QStringLiteral("pässwörd ключ 🎬").toUtf8() + "&5m");
+        // Hashing stops at the first zero byte, salt end included.
+        QTest::newRow("embedded nul") << QString::fromUtf16(u"ab\0cd", 5) << QByteArray("Q#48ab");
+        QTest::newRow("leading nul") << QString::fromUtf16(u"\0cd", 3) << QByteArray("Q#48");
+        // An empty password is not salted at all.
+        QTest::newRow("empty") << QStringLiteral("") << QByteArray();
+        QTest::newRow("null") << QString() << QByteArray();
+    }
+
+    void matchesIndependentSha1()
+    {
+        QFETCH(QString, password);
+        QFETCH(QByteArray, hashedBytes);
+        QCOMPARE(PasswordDigest::getSHA1(password), sha1sum(hashedBytes));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestPasswordDigest)
 #include "tst_password_digest.moc"

@@ -46,18 +46,12 @@ private slots:
     {
         QVERIFY(m_startupCalls.contains(QStringLiteral("RemoteManagerControl.init(true, false)")));
         const QString res = qEnvironmentVariable("QUILLON_RESOURCE_DIR");
-        const QStringList expected = {
-            "setConverterMuxerPath(" + res + "/mp4creator)",
-            "setConverterMaxWidth(0)",
-            "setConverterMaxHeight(400)",
-            "getAvailableEncodings()", // the stored charset: the server's default is not asked
-            "setDefaultCharset(UTF-8)",
-            "setFontFamilyName(Serif)",
-            "setPreferredLanguages([French, German])",
-            "setDisableEmbeddedSubtitlesIfNoLanguageMatches(true)",
-            "setFontSize(130)",
-            "serverRunning()",
-            "setDefaultPort(8080)",
+        const QStringList expected = { // one line a step
+            "setConverterMuxerPath(" + res + "/mp4creator)", "setConverterMaxWidth(0)", "setConverterMaxHeight(400)",
+            "getAvailableEncodings()", "setDefaultCharset(UTF-8)", // the stored charset: the server's default is not asked
+            "setFontFamilyName(Serif)", "setPreferredLanguages([French, German])",
+            "setDisableEmbeddedSubtitlesIfNoLanguageMatches(true)", "setFontSize(130)",
+            "serverRunning()", "setDefaultPort(8080)",
             "serverRunning()", // stop: not running, so nothing more
             "initialized()",
         };
@@ -92,21 +86,14 @@ private slots:
         const QString errors = QString::fromUtf8(reader.readAllStandardError());
         QVERIFY2(reader.exitStatus() == QProcess::NormalExit && reader.exitCode() == 0, qPrintable(errors));
 
-        QStringList settings, calls;
-        for (const QString &line : QString::fromUtf8(reader.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts)) {
-            if (line.startsWith(QLatin1String("setting:")))
-                settings << line.mid(8);
-            else if (line.startsWith(QLatin1String("call:")))
-                calls << line.mid(5);
-        }
-        QCOMPARE(settings, written);
-
-        // The new process pushed them at its start-up, the password's digest too.
-        QVERIFY(calls.contains(QStringLiteral("RemoteManagerControl.init(false, true)")));
+        // The settings as read, then the calls the new process made at start-up.
+        const QStringList lines = QString::fromUtf8(reader.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.mid(0, written.size()), written);
         const QString digest = PasswordDigest::getSHA1(QStringLiteral("p\u00e4ssword"));
-        for (const QString &call : QStringList{"setDefaultCharset(ISO-8859-1)", "setPreferredLanguages([French, English])",
-                                               "setDefaultPort(9090)", "setPasswordDigest(" + digest + ")", "startServer()"})
-            QVERIFY2(calls.contains(call), qPrintable(call));
+        for (const QString &call : QStringList{"RemoteManagerControl.init(false, true)", "setDefaultCharset(ISO-8859-1)",
+                                               "setPreferredLanguages([French, English])", "setDefaultPort(9090)",
+                                               "setPasswordDigest(" + digest + ")", "startServer()"})
+            QVERIFY2(lines.mid(written.size()).contains(call), qPrintable(call));
 
         // The application's end frees the facade, then the bridge.
         const qsizetype facade = errors.indexOf(QLatin1String("Server Dealloc"));
@@ -114,9 +101,8 @@ private slots:
     }
 };
 
-// "read": starts the facade and prints what it reads, "setting:" lines for
-// every setting and "call:" lines for the calls Java received; then quits
-// through the application's normal end.
+// "read": starts the facade and prints every setting it reads, then the calls
+// Java received; then quits through the application's normal end.
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
@@ -127,12 +113,8 @@ int main(int argc, char **argv)
     Server *server = Server::instance();
     if (!server)
         return 2;
-    QStringList lines;
-    for (const QString &call : BridgeFixture::recordedCalls()) // before reading adds its own
-        lines << QStringLiteral("call:") + call;
-    for (const QString &line : describeSettings(server))
-        lines << QStringLiteral("setting:") + line;
-    std::fputs((lines.join(QLatin1Char('\n')) + QLatin1Char('\n')).toUtf8().constData(), stdout);
+    const QStringList calls = BridgeFixture::recordedCalls(); // before reading adds its own
+    std::fputs(((describeSettings(server) + calls).join(QLatin1Char('\n')) + QLatin1Char('\n')).toUtf8().constData(), stdout);
     QTimer::singleShot(0, &app, &QCoreApplication::quit);
     return app.exec();
 }
