@@ -48,6 +48,10 @@ private:
 
 size_t qHash(const Playlist &playlist, size_t seed = 0);
 
+// The clipboard format of archived playlists, dragged from the playlist
+// picker onto the shared folders table.
+inline constexpr char ITunesPlaylistPBoardType[] = "ITunesPlaylistPBoardType";
+
 // The archived form: itemId, name, then the children (a count, -1 for none,
 // and each child the same way). A failed read sets the stream's status and
 // leaves an empty playlist.
