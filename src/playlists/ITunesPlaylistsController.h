@@ -12,7 +12,6 @@
 #include <memory>
 #include <optional>
 
-class QAbstractButton;
 class QMimeData;
 class QTreeView;
 
