@@ -1,0 +1,158 @@
+// The logs page against the fixture jar: which log is fetched and cleared
+// when, what an empty log looks like, and how the text is laid out.
+#include "BridgeFixture.h"
+#include "LogCapture.h"
+#include "bridge/JNIServer.h"
+#include "logs/LogsController.h"
+
+#include <QComboBox>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTemporaryDir>
+#include <QTextBlock>
+#include <QTextLayout>
+#include <QVBoxLayout>
+#include <QtTest>
+
+class TestLogs : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+    QWidget *m_content = nullptr;
+    LogsController *m_controller = nullptr;
+
+    QComboBox *chooser() const { return m_content->findChild<QComboBox *>(QStringLiteral("logChooser")); }
+    QString shown() const { return m_controller->textView()->toPlainText(); }
+    static void scriptLog(const QString &id, const QString &text) { BridgeFixture::script("return.getLog." + id, text); }
+
+    // The page, awake, in a placeholder with or without a layout.
+    void makePage(bool withLayout = true)
+    {
+        m_content = new QWidget;
+        if (withLayout)
+            new QVBoxLayout(m_content);
+        m_controller = new LogsController(m_content);
+        m_controller->awakeFromNib();
+    }
+
+    static QStringList callsDuring(const std::function<void()> &action)
+    {
+        BridgeFixture::clearRecordedCalls();
+        action();
+        return BridgeFixture::recordedCalls();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        qputenv("HOME", QFile::encodeName(m_home.path()));
+        LogCapture log;
+        JNIServer::initWithRemoteEnabled(false, false);
+        QVERIFY2(JNIServer::instance() && JNIServer::instance()->isAvailable(), qPrintable(log.text()));
+    }
+
+    void init() { BridgeFixture::resetScript(); }
+
+    void cleanup()
+    {
+        delete m_content;
+        m_content = nullptr;
+    }
+
+    // Waking shows the first log; each choice fetches its own log by its
+    // identifier, and an empty or null answer reads "(empty log)".
+    void chooserFetchesEachLog()
+    {
+        scriptLog("live-conversion", "live text");
+        scriptLog("conversion", "offline\ttext");
+        scriptLog("thumbnail", "");
+        scriptLog("remote", QString());
+        scriptLog("subtitles", "subs \u00e9\U0001F600");
+        const QStringList calls = callsDuring([&] { makePage(false); });
+        QCOMPARE(calls, QStringList{"getLog(live-conversion)"});
+        QVERIFY(m_content->layout()->indexOf(m_controller->page()) >= 0);
+        QCOMPARE(shown(), QStringLiteral("live text"));
+
+        const QStringList names = {"Live Conversion", "Offline Conversion", "Thumbnails Generation", "Remote Support", "Subtitles"};
+        const QStringList ids = {"live-conversion", "conversion", "thumbnail", "remote", "subtitles"};
+        const QStringList texts = {"live text", "offline\ttext", "(empty log)", "(empty log)", "subs \u00e9\U0001F600"};
+        for (int index : {1, 2, 3, 4, 0}) {
+            QCOMPARE(chooser()->itemText(index), names[index]);
+            QCOMPARE(callsDuring([&] { chooser()->setCurrentIndex(index); }), QStringList{"getLog(" + ids[index] + ")"});
+            QCOMPARE(m_controller->currentIndex(), index);
+            QCOMPARE(shown(), texts[index]);
+        }
+        QCOMPARE(chooser()->count(), names.size());
+
+        // The property drives the chooser too; indexes outside the tables
+        // (a cleared chooser reports -1) change nothing and ask nothing.
+        m_controller->setCurrentIndex(3);
+        QCOMPARE(chooser()->currentIndex(), 3);
+        QCOMPARE(callsDuring([&] {
+                     m_controller->setCurrentIndex(5);
+                     m_controller->setCurrentIndex(-1);
+                     chooser()->clear();
+                 }),
+                 QStringList());
+        QCOMPARE(m_controller->currentIndex(), 3);
+    }
+
+    // Clear empties the current log on the server and shows it again;
+    // reload and each showing of the page fetch it anew.
+    void everyActionRefetches()
+    {
+        makePage();
+        scriptLog("conversion", "before");
+        m_controller->setCurrentIndex(1);
+        scriptLog("conversion", "");
+        QCOMPARE(callsDuring([&] { m_content->findChild<QPushButton *>("clearButton")->click(); }),
+                 QStringList({"clearLog(conversion)", "getLog(conversion)"}));
+        QCOMPARE(shown(), QStringLiteral("(empty log)"));
+
+        scriptLog("conversion", "one");
+        QCOMPARE(callsDuring([&] { m_content->findChild<QPushButton *>("reloadButton")->click(); }),
+                 QStringList{"getLog(conversion)"});
+        QCOMPARE(shown(), QStringLiteral("one"));
+
+        TabController *tab = m_controller;
+        scriptLog("conversion", "two\nlines");
+        QCOMPARE(callsDuring([&] { tab->onShow(); tab->onShow(); }), QStringList(2, "getLog(conversion)"));
+        QCOMPARE(shown(), QStringLiteral("two\nlines"));
+    }
+
+    // An 11-point font whose characters share one advance, tabs every eight
+    // cells, and long lines that scroll sideways instead of wrapping.
+    void textLayout()
+    {
+        const QString longLine(500, QLatin1Char('w'));
+        scriptLog("live-conversion", "\tX\n12345678X\n" + longLine);
+        makePage();
+        m_content->resize(320, 240);
+        m_content->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_content));
+        QPlainTextEdit *view = m_controller->textView();
+
+        QVERIFY(view->isReadOnly());
+        QCOMPARE(view->font().pointSizeF(), 11.0);
+        const QFontMetricsF metrics(view->font());
+        for (QChar c : QStringLiteral("i .0M")) // QFontInfo::fixedPitch() is false for "dual width" monospace families
+            QCOMPARE(metrics.horizontalAdvance(c), metrics.horizontalAdvance(QLatin1Char('w')));
+
+        QTextCursor cursor(view->document());
+        auto xAt = [&](int position) {
+            cursor.setPosition(position);
+            return view->cursorRect(cursor).left();
+        };
+        QCOMPARE(xAt(1), xAt(3 + 8)); // the X after a tab and the X after eight characters
+
+        const QTextBlock block = view->document()->findBlockByNumber(2);
+        QCOMPARE(block.text(), longLine);
+        QCOMPARE(block.layout()->lineCount(), 1);
+        QVERIFY(view->horizontalScrollBar()->maximum() > 0);
+    }
+};
+
+QTEST_MAIN(TestLogs)
+#include "tst_logs.moc"
