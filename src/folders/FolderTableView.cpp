@@ -23,6 +23,7 @@ FolderTableView::FolderTableView(QWidget *parent)
     setWordWrap(false);
     setEditTriggers(DoubleClicked | EditKeyPressed | SelectedClicked);
     verticalHeader()->hide();
+    horizontalHeader()->setDefaultSectionSize(200); // the name; the path takes the rest
     horizontalHeader()->setStretchLastSection(true);
     horizontalHeader()->setHighlightSections(false);
 }
