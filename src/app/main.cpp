@@ -1,3 +1,4 @@
+#include "PreferencesTabs.h"
 #include "SingleInstance.h"
 #include "StartupController.h"
 #include "bridge/SignalQuit.h"
@@ -18,6 +19,7 @@ int main(int argc, char *argv[])
     if (instance.start() == SingleInstance::AnotherInstance)
         return 0;
 
+    installPreferencesTabs();
     auto *controller = new StartupController; // deletes itself when the application quits
     controller->awakeFromNib();
     QObject::connect(&instance, &SingleInstance::showPreferencesRequested, controller,

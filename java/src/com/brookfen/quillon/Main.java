@@ -48,7 +48,7 @@ public final class Main {
         if (p != null && !p.isEmpty()) {
             return p;
         }
-        return System.getProperty("user.home") + "/Library/Application Support/QuillonServer";
+        return com.brookfen.quillon.server.Home.folder() + "/Library/Application Support/QuillonServer";
     }
 
     private static int serve(String portArg) throws InterruptedException {

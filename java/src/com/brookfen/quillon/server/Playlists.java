@@ -22,13 +22,13 @@ public final class Playlists {
     private Playlists() {
     }
 
-    /** The folder searched: the property, else XDG_MUSIC_DIR, else ~/Music. */
+    /** The folder searched: the property, else XDG_MUSIC_DIR, else ~/Music (~ being $HOME). */
     public static File sourceFolder() {
         String p = System.getProperty(FOLDER_PROPERTY);
         if (p != null && !p.isEmpty()) {
             return new File(p);
         }
-        String home = System.getProperty("user.home");
+        String home = Home.folder();
         String music = xdgMusicDir(home);
         return new File(music != null ? music : home + "/Music");
     }
