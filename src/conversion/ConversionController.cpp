@@ -6,12 +6,12 @@
 #include "bridge/JNIServer.h"
 #include "platform/DelayedCall.h"
 #include "platform/SystemLog.h"
+#include "preferences/TabPage.h"
 
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTableView>
-#include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
@@ -73,12 +73,7 @@ ConversionController::ConversionController(QWidget *content)
     m_page = new QWidget(content);
     m_ui->setupUi(m_page);
     if (content) {
-        QLayout *layout = content->layout();
-        if (!layout) {
-            layout = new QVBoxLayout(content);
-            layout->setContentsMargins(0, 0, 0, 0);
-        }
-        layout->addWidget(m_page);
+        addTabPage(content, m_page);
     } else {
         m_ownsPage = true;
     }

@@ -2,6 +2,7 @@
 
 #include "folders/FolderTableView.h"
 #include "platform/SystemLog.h"
+#include "preferences/TabPage.h"
 
 #include <QAbstractTableModel>
 #include <QDataStream>
@@ -13,7 +14,6 @@
 #include <QSet>
 #include <QTimer>
 #include <QUrl>
-#include <QVBoxLayout>
 
 const QString FoldersEditor::filenamesType = QStringLiteral("text/uri-list");
 
@@ -148,12 +148,8 @@ FoldersEditor::~FoldersEditor()
 
 void FoldersEditor::installPage(QWidget *page, FolderTableView *table)
 {
-    if (QWidget *content = qobject_cast<QWidget *>(parent())) {
-        QLayout *layout = content->layout();
-        if (!layout)
-            layout = new QVBoxLayout(content);
-        layout->addWidget(page);
-    }
+    if (QWidget *content = qobject_cast<QWidget *>(parent()))
+        addTabPage(content, page);
     m_tableView = table;
     if (table) {
         table->setModel(m_model);

@@ -1,15 +1,14 @@
 #include "logs/LogsController.h"
 
 #include "bridge/JNIServer.h"
+#include "preferences/TabPage.h"
 #include "ui_LogsPage.h"
 
 #include <QComboBox>
 #include <QFontDatabase>
 #include <QFontMetricsF>
-#include <QLayout>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QVBoxLayout>
 
 namespace {
 const qreal kFontSize = 11.0;
@@ -22,10 +21,7 @@ LogsController::LogsController(QWidget *content)
 {
     m_page = new QWidget(content);
     m_ui->setupUi(m_page);
-    QLayout *layout = content->layout();
-    if (!layout)
-        layout = new QVBoxLayout(content);
-    layout->addWidget(m_page);
+    addTabPage(content, m_page);
     m_textView = m_ui->textView;
 
     m_ui->logChooser->addItems(logNames());

@@ -1,13 +1,12 @@
 #include "remote/RemoteController.h"
 
 #include "bridge/JNIServer.h"
+#include "preferences/TabPage.h"
 #include "platform/DelayedCall.h"
 #include "ui_RemotePage.h"
 
-#include <QLayout>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QVBoxLayout>
 
 RemoteController::RemoteController(QWidget *content)
     : QObject(content)
@@ -15,10 +14,7 @@ RemoteController::RemoteController(QWidget *content)
 {
     m_page = new QWidget(content);
     m_ui->setupUi(m_page);
-    QLayout *layout = content->layout();
-    if (!layout)
-        layout = new QVBoxLayout(content);
-    layout->addWidget(m_page);
+    addTabPage(content, m_page);
 
     connect(this, &RemoteController::stateChanged, m_page, [this] { showState(); });
     connect(this, &RemoteController::testConnectionEnabledChanged, m_ui->testConnectionButton, &QWidget::setEnabled);
