@@ -3,10 +3,13 @@
 #include "AboutController.h"
 #include "BridgeFixture.h"
 #include "LogCapture.h"
+#include "PreferencesTabs.h"
 #include "StartupController.h"
 #include "WindowController.h"
 #include "WindowLayouts.h"
 #include "bridge/JNIServer.h"
+#include "conversion/ConversionController.h"
+#include "logs/LogsController.h"
 #include "platform/Defaults.h"
 #include "preferences/MainWindowController.h"
 #include "preferences/StartAtLogin.h"
@@ -375,6 +378,30 @@ private slots:
         QCOMPARE(g_tabEvents, QStringList({"conversion.onShow"}));
         g_startTab.clear();
         QVERIFY(w.close());
+        MainWindowController::clearTabSetups();
+    }
+
+    // The real tabs: each placeholder gets its page, the window tells the
+    // conversion and logs pages of their tab, and the picker's layout is bound.
+    void realTabsAreWired()
+    {
+        installPreferencesTabs();
+        QVERIFY(WindowLayouts::hasForm(QStringLiteral("Playlists")));
+        m_log.clear();
+        Window w;
+        for (const char *content : {"sharedFoldersContent", "conversionFoldersContent", "conversionContent",
+                                    "remoteContent", "logsContent"}) {
+            const auto pages = w.find<QWidget>(content)->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly);
+            QVERIFY2(pages.size() == 1 && !pages.first()->isHidden(), content);
+        }
+        QVERIFY(dynamic_cast<ConversionController *>(w.main->conversionController()));
+        QVERIFY(dynamic_cast<LogsController *>(w.main->logsController()));
+        QCOMPARE(m_log.count(QStringLiteral("Shared Folder Controller awakeFromNib")), 2);
+        QVERIFY(w.close());
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        for (const char *line : {"SharedFoldersController dealloc", "ConversionFoldersController dealloc",
+                                 "ConversionController dealloc"})
+            QCOMPARE(m_log.count(QLatin1String(line)), 1);
         MainWindowController::clearTabSetups();
     }
 
