@@ -1,5 +1,6 @@
 // Prints: resident memory before and after 100,000 calls of
-// getConverterQueueAsJSON and of getLog (goal: growth under 1 MB each), and
+// getConverterQueueAsJSON and of getLog (goal: growth under 1 MB each), and of
+// a list walk and a state object call for comparison, and
 // the time from process start to a started server, in-process through the
 // bridge and stand-alone with "java -jar" (goal: in-process at most 1.1x).
 // Uses the real server jar of the resource folder; each measurement runs in a
@@ -80,14 +81,23 @@ int memoryChild()
     const struct
     {
         const char *name;
+        int calls;
         std::function<qsizetype()> call;
     } loops[] = {
-        {"getConverterQueueAsJSON", [server] { return server->getConverterQueueAsJSON().size(); }},
-        {"getLog", [server] { return server->getLog(QStringLiteral("conversion")).size(); }},
+        {"getConverterQueueAsJSON", kCalls, [server] { return server->getConverterQueueAsJSON().size(); }},
+        {"getLog", kCalls, [server] { return server->getLog(QStringLiteral("conversion")).size(); }},
+        // A list walk and a state object: references of other shapes. The
+        // server builds the language list anew each time (about 0.5 ms), so
+        // fewer calls.
+        {"getAvailableLanguages", kCalls / 20, [server] { return server->getAvailableLanguages().size(); }},
+        {"getRemoteManagerState", kCalls, [server] {
+             const std::optional<RemoteManagerState> state = server->getRemoteManagerState();
+             return state ? state->serverPin().size() : qsizetype(0);
+         }},
     };
     for (const auto &loop : loops) {
         qsizetype sink = 0;
-        for (int i = 0; i < 2000; ++i) // warm-up: JIT, first allocations
+        for (int i = 0; i < loop.calls / 50; ++i) // warm-up: JIT, first allocations
             sink += loop.call();
         const qint64 heapBefore = javaHeapKiB();
         const qint64 mallocBefore = mallocKiB();
@@ -101,9 +111,9 @@ int memoryChild()
             const qint64 before = residentKiB();
             QElapsedTimer timer;
             timer.start();
-            for (int i = 0; i < kCalls; ++i)
+            for (int i = 0; i < loop.calls; ++i)
                 sink += loop.call();
-            microseconds = timer.nsecsElapsed() / 1000.0 / kCalls;
+            microseconds = timer.nsecsElapsed() / 1000.0 / loop.calls;
             const qint64 growth = residentKiB() - before;
             if (round == 0)
                 first = growth;
@@ -115,8 +125,8 @@ int memoryChild()
                     "  RSS growth over the first %d calls: %lld KiB\n"
                     "  RSS growth per further %d calls: %s KiB\n"
                     "  over all %d calls: C heap in use %+lld KiB, Java heap in use after GC %+lld KiB\n",
-                    loop.name, microseconds, static_cast<long long>(sink), kCalls, first, kCalls,
-                    qPrintable(rounds.mid(1).join(QLatin1Char(' '))), kCalls * kRounds, mallocAfter - mallocBefore,
+                    loop.name, microseconds, static_cast<long long>(sink), loop.calls, first, loop.calls,
+                    qPrintable(rounds.mid(1).join(QLatin1Char(' '))), loop.calls * kRounds, mallocAfter - mallocBefore,
                     heapAfter - heapBefore);
     }
     std::fflush(stdout);
