@@ -3,6 +3,8 @@ package com.brookfen.quillon.server;
 import com.sun.net.httpserver.HttpExchange;
 import com.sun.net.httpserver.HttpServer;
 
+import com.brookfen.quillon.media.MediaServices;
+
 import java.io.File;
 import java.io.IOException;
 import java.io.OutputStream;
@@ -34,6 +36,7 @@ public final class ServerCore {
 
     private final LogBook logs = new LogBook(LogBook.DEFAULT_LIMIT);
     private final Converter converter = new Converter(logs);
+    private final MediaServices media = new MediaServices(logs);
     private final List<Runnable> stateListeners = new CopyOnWriteArrayList<>();
 
     private volatile File appFolder;
@@ -61,6 +64,10 @@ public final class ServerCore {
 
     public Converter converter() {
         return converter;
+    }
+
+    public MediaServices media() {
+        return media;
     }
 
     /** Called (on some server thread) after the server started or stopped. */
@@ -254,6 +261,7 @@ public final class ServerCore {
         }
         // Outside the lock: handlers still finishing may ask for the server's state.
         shutDown(old, oldThreads);
+        media.stopLive();
         fireStateChanged();
     }
 
@@ -272,6 +280,7 @@ public final class ServerCore {
             }
         }
         converter.shutdown();
+        media.shutdown();
     }
 
     /** The controller has pushed its settings: look for work now and then regularly. */

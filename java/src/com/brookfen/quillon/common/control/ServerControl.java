@@ -1,5 +1,6 @@
 package com.brookfen.quillon.common.control;
 
+import com.brookfen.quillon.media.MediaSettings;
 import com.brookfen.quillon.server.LogBook;
 import com.brookfen.quillon.server.ServerCore;
 
@@ -17,16 +18,11 @@ import java.util.TreeSet;
 /** The controller's handle on the server: every call it makes arrives here. */
 public final class ServerControl {
     private static final ServerCore CORE = ServerCore.get();
-    private static final String MAX_THUMBNAIL_WIDTH_PROPERTY = "quillon-max-thumbnail-width";
     /** Java's logical families: always present, even when the system has no fonts. */
     private static final List<String> LOGICAL_FONTS =
             Arrays.asList("Dialog", "DialogInput", "Monospaced", "SansSerif", "Serif");
 
-    private static volatile String defaultCharset = "UTF-8";
-    private static volatile String fontFamilyName = "SansSerif";
-    private static volatile int fontSize = 24;
-    private static volatile boolean disableEmbeddedSubtitles;
-    private static volatile String[] preferredLanguages = new String[0];
+    private static final MediaSettings MEDIA = CORE.media().settings();
     private static List<String> fontFamilies;
 
     private ServerControl() {
@@ -46,12 +42,7 @@ public final class ServerControl {
     }
 
     static int maxThumbnailWidth() {
-        try {
-            int w = Integer.parseInt(System.getProperty(MAX_THUMBNAIL_WIDTH_PROPERTY, "256").trim());
-            return w > 0 ? w : 256;
-        } catch (NumberFormatException e) {
-            return 256;
-        }
+        return MEDIA.maxThumbnailWidth();
     }
 
     public static void initialized() {
@@ -115,6 +106,7 @@ public final class ServerControl {
 
     public static void setConverterMaxWidth(int width) {
         CORE.converter().setMaxWidth(width);
+        MEDIA.setMaxWidth(width);
         CORE.logs().append(LogBook.CONVERSION, "Maximum width: " + width);
     }
 
@@ -124,6 +116,7 @@ public final class ServerControl {
 
     public static void setConverterMaxHeight(int height) {
         CORE.converter().setMaxHeight(height);
+        MEDIA.setMaxHeight(height);
         CORE.logs().append(LogBook.CONVERSION, "Maximum height: " + height);
     }
 
@@ -133,6 +126,7 @@ public final class ServerControl {
 
     public static void setConverterFFMpegPath(String path) {
         CORE.converter().setFFMpegPath(path);
+        MEDIA.setFfmpegPath(path);
         CORE.logs().append(LogBook.CONVERSION, "ffmpeg: " + path);
         CORE.logs().append(LogBook.LIVE_CONVERSION, "ffmpeg: " + path);
         CORE.logs().append(LogBook.THUMBNAIL, "ffmpeg: " + path);
@@ -178,28 +172,28 @@ public final class ServerControl {
 
     public static void setFontSize(int size) {
         if (size < 1 || size > 400) {
-            subtitleLog("Font size " + size + " refused; keeping " + fontSize);
+            subtitleLog("Font size " + size + " refused; keeping " + MEDIA.fontSize());
             return;
         }
-        fontSize = size;
+        MEDIA.setFontSize(size);
         subtitleLog("Font size: " + size);
     }
 
     public static int getFontSize() {
-        return fontSize;
+        return MEDIA.fontSize();
     }
 
     public static void setDisableEmbeddedSubtitlesIfNoLanguageMatches(boolean disable) {
-        disableEmbeddedSubtitles = disable;
+        MEDIA.setDisableEmbeddedSubtitles(disable);
         subtitleLog("Embedded subtitles " + (disable ? "off" : "kept") + " when no language matches");
     }
 
     public static boolean isDisableEmbeddedSubtitlesIfNoLanguageMatches() {
-        return disableEmbeddedSubtitles;
+        return MEDIA.disableEmbeddedSubtitles();
     }
 
     public static String getDefaultCharset() {
-        return defaultCharset;
+        return MEDIA.defaultCharset();
     }
 
     /** Only a charset this runtime can decode is taken; anything else keeps the current one. */
@@ -211,23 +205,23 @@ public final class ServerControl {
             known = false;
         }
         if (!known) {
-            subtitleLog("Unknown charset " + charset + " refused; keeping " + defaultCharset);
+            subtitleLog("Unknown charset " + charset + " refused; keeping " + MEDIA.defaultCharset());
             return;
         }
-        defaultCharset = charset;
+        MEDIA.setDefaultCharset(charset);
         subtitleLog("Default charset: " + charset);
     }
 
     public static String getFontFamilyName() {
-        return fontFamilyName;
+        return MEDIA.fontFamily();
     }
 
     public static void setFontFamilyName(String name) {
         if (name == null || name.isEmpty()) {
-            subtitleLog("Empty font family refused; keeping " + fontFamilyName);
+            subtitleLog("Empty font family refused; keeping " + MEDIA.fontFamily());
             return;
         }
-        fontFamilyName = name;
+        MEDIA.setFontFamily(name);
         subtitleLog("Font family: " + name);
     }
 
@@ -240,12 +234,12 @@ public final class ServerControl {
                 }
             }
         }
-        preferredLanguages = kept.toArray(new String[0]);
+        MEDIA.setPreferredLanguages(kept.toArray(new String[0]));
         subtitleLog("Preferred languages: " + String.join(", ", kept));
     }
 
     public static String[] getPreferredLanguages() {
-        return preferredLanguages.clone();
+        return MEDIA.preferredLanguages().toArray(new String[0]);
     }
 
     /** Every charset of the runtime, by name. */

@@ -1,0 +1,195 @@
+package com.brookfen.quillon.media;
+
+import java.io.ByteArrayOutputStream;
+import java.io.File;
+import java.io.IOException;
+import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * Every ffmpeg and ffprobe the server runs starts here, so that stopping or quitting can
+ * end them all, and a JVM that exits takes none of them along into the background.
+ */
+public final class ChildProcesses {
+    /** How long a polite end may take before the child is killed. */
+    static final long GRACE_MILLIS = 1000;
+
+    /** The outcome of a child that ran to its end. */
+    public static final class Result {
+        public final int exitCode;
+        public final byte[] output;
+        public final String errorTail;
+
+        Result(int exitCode, byte[] output, String errorTail) {
+            this.exitCode = exitCode;
+            this.output = output;
+            this.errorTail = errorTail;
+        }
+    }
+
+    private final Set<Process> running = ConcurrentHashMap.newKeySet();
+    private final Thread hook = new Thread(this::endAll, "quillon-child-reaper");
+    private volatile boolean closed;
+
+    public ChildProcesses() {
+        try {
+            Runtime.getRuntime().addShutdownHook(hook);
+        } catch (IllegalStateException ignored) {
+            // the JVM is already exiting
+        }
+    }
+
+    /**
+     * Starts a child; standard input is empty, standard output a pipe only when asked for,
+     * and with a null errorFile standard error is discarded.
+     */
+    public Process start(List<String> command, File errorFile, boolean pipeOutput) throws IOException {
+        if (closed) {
+            throw new IOException("The server is shutting down");
+        }
+        ProcessBuilder pb = new ProcessBuilder(command)
+                .redirectInput(ProcessBuilder.Redirect.from(new File("/dev/null")));
+        if (!pipeOutput) {
+            pb.redirectOutput(ProcessBuilder.Redirect.DISCARD);
+        }
+        pb.redirectError(errorFile == null ? ProcessBuilder.Redirect.DISCARD : ProcessBuilder.Redirect.to(errorFile));
+        Process p = pb.start();
+        running.add(p);
+        p.onExit().thenRun(() -> running.remove(p));
+        if (closed) {
+            end(p);
+            throw new IOException("The server is shutting down");
+        }
+        return p;
+    }
+
+    /**
+     * Runs a child to its end, collecting its standard output; it is killed after timeoutMillis
+     * and then the call fails.
+     */
+    public Result run(List<String> command, long timeoutMillis) throws IOException {
+        File err = File.createTempFile("quillon-child", ".log");
+        try {
+            Process p = start(command, err, true);
+            ByteArrayOutputStream out = new ByteArrayOutputStream();
+            Thread reader = new Thread(() -> copy(p.getInputStream(), out), "quillon-child-output");
+            reader.setDaemon(true);
+            reader.start();
+            boolean done;
+            try {
+                done = p.waitFor(timeoutMillis, TimeUnit.MILLISECONDS);
+                if (!done) {
+                    end(p);
+                    throw new IOException(command.get(0) + " took longer than " + timeoutMillis / 1000 + " s");
+                }
+                reader.join(GRACE_MILLIS);
+            } catch (InterruptedException e) {
+                end(p);
+                Thread.currentThread().interrupt();
+                throw new IOException("Interrupted", e);
+            }
+            synchronized (out) {
+                return new Result(p.exitValue(), out.toByteArray(), tail(err, 2000));
+            }
+        } finally {
+            err.delete();
+        }
+    }
+
+    private static void copy(InputStream in, ByteArrayOutputStream out) {
+        byte[] buf = new byte[65536];
+        try (InputStream i = in) {
+            int n;
+            while ((n = i.read(buf)) > 0) {
+                synchronized (out) {
+                    out.write(buf, 0, n);
+                }
+            }
+        } catch (IOException ignored) {
+            // the child was ended
+        }
+    }
+
+    /** The last characters of a child's error file, for the logs. */
+    public static String tail(File file, int chars) {
+        try {
+            byte[] all = java.nio.file.Files.readAllBytes(file.toPath());
+            String text = new String(all, StandardCharsets.UTF_8).trim();
+            return text.length() <= chars ? text : text.substring(text.length() - chars);
+        } catch (IOException e) {
+            return "";
+        }
+    }
+
+    /** Ends one child: asked to stop, killed if it is still there after the grace time. */
+    public void end(Process p) {
+        if (p == null) {
+            return;
+        }
+        p.destroy();
+        try {
+            if (!p.waitFor(GRACE_MILLIS, TimeUnit.MILLISECONDS)) {
+                p.destroyForcibly().waitFor(GRACE_MILLIS, TimeUnit.MILLISECONDS);
+            }
+        } catch (InterruptedException e) {
+            p.destroyForcibly();
+            Thread.currentThread().interrupt();
+        }
+        running.remove(p);
+    }
+
+    /** Ends every child within about two seconds, all at once rather than one after another. */
+    public void endAll() {
+        List<Process> all = new ArrayList<>(running);
+        for (Process p : all) {
+            p.destroy();
+        }
+        long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(GRACE_MILLIS);
+        for (Process p : all) {
+            waitUntil(p, deadline);
+        }
+        for (Process p : all) {
+            if (p.isAlive()) {
+                p.destroyForcibly();
+            }
+        }
+        deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(GRACE_MILLIS - 200);
+        for (Process p : all) {
+            waitUntil(p, deadline);
+            running.remove(p);
+        }
+    }
+
+    private static void waitUntil(Process p, long deadlineNanos) {
+        long left = deadlineNanos - System.nanoTime();
+        try {
+            if (left > 0) {
+                p.waitFor(left, TimeUnit.NANOSECONDS);
+            }
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    /** Children still running. */
+    public int count() {
+        running.removeIf(p -> !p.isAlive());
+        return running.size();
+    }
+
+    /** No child starts any more; every running one ends. */
+    public void shutdown() {
+        closed = true;
+        endAll();
+        try {
+            Runtime.getRuntime().removeShutdownHook(hook);
+        } catch (IllegalStateException ignored) {
+            // already exiting: the hook runs anyway
+        }
+    }
+}
