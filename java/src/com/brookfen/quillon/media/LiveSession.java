@@ -26,6 +26,7 @@ final class LiveSession {
     /** Segments ahead of ffmpeg that are worth waiting for rather than restarting. */
     static final int LOOKAHEAD = 1;
     static final long WAIT_MILLIS = 120_000;
+    static final int TIMESTAMP_BASE = 10;
     private static final String FFMPEG_PLAYLIST = "ffmpeg.m3u8";
     private static final String ERRORS = "ffmpeg.log";
 
@@ -196,12 +197,17 @@ final class LiveSession {
         String scale = w > 0 && h > 0
                 ? "scale=w='min(iw," + w + ")':h='min(ih," + h + ")':force_original_aspect_ratio=decrease,"
                 : "";
-        cmd.addAll(Arrays.asList("-vf", scale + "scale=trunc(iw/2)*2:trunc(ih/2)*2,format=yuv420p"));
+        // Square pixels first, so that the frame limit and the aspect apply to what is shown.
+        cmd.addAll(Arrays.asList("-vf", "scale=trunc(iw*sar/2)*2:ih,setsar=1," + scale
+                + "scale=trunc(iw/2)*2:trunc(ih/2)*2,format=yuv420p"));
         cmd.addAll(encoder(settings.codec()));
         cmd.addAll(Arrays.asList(
                 "-force_key_frames", "expr:gte(t,n_forced*" + SEGMENT_SECONDS + ")",
                 "-c:a", "aac", "-b:a", "128k", "-ac", "2",
-                "-output_ts_offset", Long.toString(offset),
+                // Every run shifted by the same few seconds, so that no run starts with negative
+                // decoding times, which the muxer would shift by the encoder's delay in the first
+                // run only, and a restart would no longer line up with segments already made.
+                "-output_ts_offset", Long.toString(offset + TIMESTAMP_BASE),
                 "-f", "hls", "-hls_time", Integer.toString(SEGMENT_SECONDS),
                 "-hls_playlist_type", "event", "-hls_flags", "temp_file",
                 "-start_number", Integer.toString(n),

@@ -129,12 +129,12 @@ public final class Subtitles {
                 continue;
             }
             String ext = extension(file);
-            String middle = file.substring(base.length() + 1, file.length() - ext.length() - 1);
+            int end = file.length() - ext.length() - 1;
+            String middle = end > base.length() ? file.substring(base.length() + 1, end) : "";
             String language = null;
             List<String> extras = new ArrayList<>();
             for (String part : middle.isEmpty() ? new String[0] : middle.split("\\.")) {
-                String code = language == null && part.length() >= 2 && part.length() <= 3
-                        ? Languages.normalize(part) : null;
+                String code = language == null ? Languages.normalize(part) : null;
                 if (code != null) {
                     language = code;
                 } else if (!part.isEmpty()) {

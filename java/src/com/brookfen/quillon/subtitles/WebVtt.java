@@ -142,8 +142,6 @@ public final class WebVtt {
                 sb.append("&amp;");
             } else if (c == '<') {
                 sb.append("&lt;");
-            } else if (c == '>') {
-                sb.append("&gt;");
             } else {
                 sb.append(c);
             }
