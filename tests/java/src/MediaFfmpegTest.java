@@ -168,6 +168,21 @@ final class MediaFfmpegTest {
         equal(0, live.count(), "no sessions");
     }
 
+    static void testHlsEndOfFile() throws Exception {
+        MediaServices media = services();
+        // 12.3 s: a playlist of two segments, the last 6.3 s long, though ffmpeg cuts a third at 12 s.
+        Path video = MediaTest.temp.resolve("tail.mp4");
+        ffmpeg("-f", "lavfi", "-i", "testsrc=size=64x48:rate=10", "-t", "12.3", "-c:v", "libx264",
+                "-preset", "ultrafast", video.toString());
+        String playlist = media.live().playlist("tail", video);
+        check(playlist.contains("#EXTINF:6.000,\n0.ts\n#EXTINF:6.300,\n1.ts\n#EXT-X-ENDLIST"), playlist);
+        Path last = media.live().segment("tail", video, 1);
+        double length = (Double) probe(last, "v:0").get("duration");
+        check(Math.abs(length - 6.3) < 0.15, "the last segment holds the end of the file: " + length + " s");
+        check(!Files.exists(last.resolveSibling("2.ts")), "no segment left beyond the playlist");
+        media.stopLive();
+    }
+
     static void testIdleConversionEnds() throws Exception {
         System.setProperty(MediaSettings.LIVE_IDLE_PROPERTY, "2");
         try {

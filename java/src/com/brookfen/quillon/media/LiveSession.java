@@ -8,6 +8,8 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
+import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashSet;
@@ -27,6 +29,8 @@ final class LiveSession {
     static final int LOOKAHEAD = 1;
     static final long WAIT_MILLIS = 120_000;
     static final int TIMESTAMP_BASE = 10;
+    /** Below half a second, so that the last segment still rounds to the target duration. */
+    static final double TAIL_SLACK = 0.49;
     private static final String FFMPEG_PLAYLIST = "ffmpeg.m3u8";
     private static final String ERRORS = "ffmpeg.log";
 
@@ -43,6 +47,8 @@ final class LiveSession {
     private volatile long lastUse = System.nanoTime();
     private boolean ended;
     private boolean exitLogged;
+    /** The last segment is whole: the run that made it has ended. */
+    private boolean lastSettled;
 
     LiveSession(String itemId, Path source, double duration, Path folder, MediaSettings settings,
             ChildProcesses children, LogBook logs) {
@@ -55,8 +61,13 @@ final class LiveSession {
         this.logs = logs;
     }
 
+    /**
+     * Segments follow the video's key frames, and a file's length is often a little longer
+     * than its video (audio running on): a tail shorter than {@link #TAIL_SLACK} goes into the
+     * last segment rather than into one ffmpeg might never write.
+     */
     static int segmentCount(double duration) {
-        return Math.max(1, (int) Math.ceil(duration / SEGMENT_SECONDS - 1e-6));
+        return Math.max(1, (int) Math.ceil((duration - TAIL_SLACK) / SEGMENT_SECONDS));
     }
 
     /** The VOD playlist for a file of the given length: every segment 6 s but the last. */
@@ -66,7 +77,7 @@ final class LiveSession {
         sb.append("#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:").append(SEGMENT_SECONDS)
                 .append("\n#EXT-X-MEDIA-SEQUENCE:0\n#EXT-X-PLAYLIST-TYPE:VOD\n");
         for (int i = 0; i < count; i++) {
-            double length = Math.min(SEGMENT_SECONDS, duration - (double) i * SEGMENT_SECONDS);
+            double length = i < count - 1 ? SEGMENT_SECONDS : duration - (double) i * SEGMENT_SECONDS;
             sb.append(String.format(Locale.ROOT, "#EXTINF:%.3f,\n", Math.max(length, 0.001)))
                     .append(i).append(".ts\n");
         }
@@ -79,10 +90,6 @@ final class LiveSession {
 
     long idleNanos() {
         return System.nanoTime() - lastUse;
-    }
-
-    synchronized boolean running() {
-        return ffmpeg != null && ffmpeg.isAlive();
     }
 
     /** Starts ffmpeg at the first segment unless it already runs; used when the playlist is asked for. */
@@ -109,7 +116,7 @@ final class LiveSession {
                 // ffmpeg's exit is seen.
                 boolean alive = ffmpeg != null && ffmpeg.isAlive();
                 refresh();
-                if (done.contains(n)) {
+                if (done.contains(n) && (n < segmentCount - 1 || lastSettled)) {
                     return file;
                 }
                 int next = nextSegment();
@@ -169,6 +176,31 @@ final class LiveSession {
             }
             exitLogged = true;
         }
+        if (!lastSettled && ffmpeg != null && !ffmpeg.isAlive() && done.contains(segmentCount - 1)) {
+            appendTail();
+            lastSettled = true;
+        }
+    }
+
+    /**
+     * The last segment of the playlist takes in what ffmpeg wrote after it (the short tail left
+     * out of the playlist); MPEG-TS segments of one run join end to end.
+     */
+    private void appendTail() {
+        Path tail = folder.resolve(segmentCount + ".ts");
+        if (!Files.isRegularFile(tail)) {
+            return;
+        }
+        Path last = folder.resolve((segmentCount - 1) + ".ts");
+        Path joined = folder.resolve("joined.tmp");
+        try {
+            Files.copy(last, joined, StandardCopyOption.REPLACE_EXISTING);
+            Files.write(joined, Files.readAllBytes(tail), StandardOpenOption.APPEND);
+            Files.move(joined, last, StandardCopyOption.REPLACE_EXISTING, StandardCopyOption.ATOMIC_MOVE);
+            Files.delete(tail);
+        } catch (IOException e) {
+            logs.append(LogBook.LIVE_CONVERSION, "Couldn't join the end of " + source + ": " + e.getMessage());
+        }
     }
 
     private void startAt(int n) throws IOException {
@@ -177,9 +209,16 @@ final class LiveSession {
         Files.deleteIfExists(folder.resolve(FFMPEG_PLAYLIST));
         startSegment = n;
         exitLogged = false;
+        lastSettled = false;
         List<String> cmd = command(n);
         File errors = folder.resolve(ERRORS).toFile();
-        ffmpeg = children.start(cmd, errors, false);
+        try {
+            ffmpeg = children.start(cmd, errors, false);
+        } catch (IOException e) {
+            logs.append(LogBook.LIVE_CONVERSION, "Couldn't start ffmpeg (" + cmd.get(0) + ") for " + source + ": "
+                    + e.getMessage());
+            throw e;
+        }
         logs.append(LogBook.LIVE_CONVERSION, "Started converting " + source + (n > 0 ? " at segment " + n : "")
                 + " (" + encoder(settings.codec()).get(1) + ")");
     }

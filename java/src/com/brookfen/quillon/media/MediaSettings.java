@@ -6,7 +6,6 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 
@@ -183,11 +182,5 @@ public final class MediaSettings {
     static Path home() {
         String home = System.getenv("HOME");
         return Paths.get(home != null && !home.isEmpty() ? home : System.getProperty("user.home"));
-    }
-
-    @Override
-    public String toString() {
-        return "ffmpeg " + ffmpegPath() + ", frame " + maxWidth + "x" + maxHeight + ", languages "
-                + Arrays.toString(preferredLanguages.toArray());
     }
 }

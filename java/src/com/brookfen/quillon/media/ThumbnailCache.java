@@ -52,6 +52,9 @@ public final class ThumbnailCache {
                 return file;
             }
             return make(source, file, width);
+        } catch (IOException e) {
+            logs.append(LogBook.THUMBNAIL, "Couldn't make the thumbnail of " + source + ": " + e.getMessage());
+            throw e;
         } finally {
             slots.release();
         }
@@ -69,23 +72,17 @@ public final class ThumbnailCache {
             List<String> cmd = Arrays.asList(settings.ffmpegPath(), "-nostdin", "-hide_banner", "-loglevel", "error",
                     "-y", "-ss", String.format(Locale.ROOT, "%.3f", at), "-i", source.toString(),
                     "-map", "0:v:0", "-frames:v", "1", "-an", "-sn",
-                    "-vf", "scale=w='min(iw," + width + ")':h=-2,format=yuvj420p", "-q:v", "4",
+                    "-vf", "scale=trunc(iw*sar/2)*2:ih,setsar=1,scale=w='min(iw," + width + ")':h=-2,format=yuvj420p",
+                    "-q:v", "4",
                     "-f", "image2", "-c:v", "mjpeg", temp.toString());
             ChildProcesses.Result r = children.run(cmd, TIMEOUT_MILLIS);
             if (r.exitCode != 0 || Files.size(temp) == 0) {
-                logs.append(LogBook.THUMBNAIL, "Couldn't make the thumbnail of " + source + ": "
-                        + (r.errorTail.isEmpty() ? "exit status " + r.exitCode : r.errorTail));
-                throw new IOException("No thumbnail for " + source);
+                throw new IOException(r.errorTail.isEmpty() ? "ffmpeg exit status " + r.exitCode : r.errorTail);
             }
             Files.move(temp, file, StandardCopyOption.REPLACE_EXISTING, StandardCopyOption.ATOMIC_MOVE);
             logs.append(LogBook.THUMBNAIL, "Thumbnail of " + source + " at " + String.format(Locale.ROOT, "%.1f", at)
                     + " s");
             return file;
-        } catch (IOException e) {
-            if (!e.getMessage().startsWith("No thumbnail")) {
-                logs.append(LogBook.THUMBNAIL, "Couldn't make the thumbnail of " + source + ": " + e.getMessage());
-            }
-            throw e;
         } finally {
             Files.deleteIfExists(temp);
         }

@@ -195,8 +195,7 @@ public final class Subtitles {
     /** The track as WebVTT text. */
     public String webVtt(Path video, SubtitleTrack track) throws IOException {
         try {
-            String vtt = track.embedded() ? embedded(video, track.streamIndex()) : sidecar(track.file());
-            return vtt;
+            return track.embedded() ? embedded(video, track.streamIndex()) : sidecar(track.file());
         } catch (IOException e) {
             logs.append(LogBook.SUBTITLES, "Couldn't read the subtitles " + track + " of " + video + ": " + e.getMessage());
             throw e;
