@@ -115,7 +115,8 @@ public final class QuillonServerTest {
         check(port > 0 && ServerControl.serverRunning(), "start returns the bound port, got " + port);
         equal(port, ServerControl.startServer(), "a second start keeps the port");
 
-        equal(200, get(port, "/", null, null), "status page");
+        equal(200, get(port, "/status", null, null), "status page");
+        check(lastBody.contains("/api/library"), "status page links to the API");
         check(lastBody.contains("running on port " + port) && lastBody.contains("Box &amp; &quot;Co&quot;")
                 && lastBody.contains("Movies &lt;HD&gt;") && lastBody.contains("/srv/movies")
                 && lastBody.contains("Road trip (playlist)"), "page shows port, escaped name and folders: " + lastBody);

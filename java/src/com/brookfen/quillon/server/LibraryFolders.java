@@ -2,6 +2,8 @@ package com.brookfen.quillon.server;
 
 import java.io.File;
 import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.charset.CodingErrorAction;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.util.ArrayList;
@@ -37,8 +39,12 @@ public final class LibraryFolders {
         }
         String text;
         try {
-            text = new String(Files.readAllBytes(new File(appFolder, fileName).toPath()),
-                    StandardCharsets.UTF_8);
+            // The controller's rule: bytes that are not UTF-8 make the file unreadable.
+            text = StandardCharsets.UTF_8.newDecoder()
+                    .onMalformedInput(CodingErrorAction.REPORT)
+                    .onUnmappableCharacter(CodingErrorAction.REPORT)
+                    .decode(ByteBuffer.wrap(Files.readAllBytes(new File(appFolder, fileName).toPath())))
+                    .toString();
         } catch (IOException | RuntimeException e) {
             return Collections.emptyList();
         }
@@ -50,9 +56,19 @@ public final class LibraryFolders {
         List<Entry> result = new ArrayList<>();
         for (Object o : (List<?>) folders) {
             if (o instanceof Map) {
-                result.add(new Entry(Json.string(o, "name"), Json.string(o, "type"), Json.string(o, "id")));
+                result.add(new Entry(text(o, "name"), text(o, "type"), text(o, "id")));
             }
         }
         return result;
+    }
+
+    /** A string member as the controller reads it: a number is its decimal text, other kinds absent. */
+    private static String text(Object object, String key) {
+        Object v = ((Map<?, ?>) object).get(key);
+        if (v instanceof Double) {
+            double d = (Double) v;
+            return d == Math.rint(d) && Math.abs(d) < 1e15 ? Long.toString((long) d) : v.toString();
+        }
+        return v instanceof String ? (String) v : null;
     }
 }

@@ -1,30 +1,26 @@
 package com.brookfen.quillon.server;
 
-import com.sun.net.httpserver.HttpExchange;
-import com.sun.net.httpserver.HttpServer;
-
+import com.brookfen.quillon.http.Site;
+import com.brookfen.quillon.http.WebServer;
+import com.brookfen.quillon.library.Library;
 import com.brookfen.quillon.media.MediaServices;
 
 import java.io.File;
 import java.io.IOException;
-import java.io.OutputStream;
 import java.net.BindException;
-import java.net.InetAddress;
-import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.CopyOnWriteArrayList;
-import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.ScheduledExecutorService;
 import java.util.concurrent.TimeUnit;
 
 /**
- * The running server: settings, logs, the HTTP listener and the converter. The control
- * classes are its only callers; it is one per JVM.
+ * The running server: settings, logs, the HTTP listener, the library, the media services
+ * and the converter. The control classes are its only callers; it is one per JVM.
  */
 public final class ServerCore {
     public static final int STANDARD_PORT = 45631;
@@ -46,8 +42,8 @@ public final class ServerCore {
     private volatile String muxerPath;
 
     private int defaultPort = STANDARD_PORT;
-    private HttpServer http;
-    private ExecutorService httpThreads;
+    private WebServer http;
+    private Library library;
     private int boundPort = -1;
     private ScheduledExecutorService rescans;
 
@@ -68,6 +64,14 @@ public final class ServerCore {
 
     public MediaServices media() {
         return media;
+    }
+
+    /** The library of the application folder's shared folders, following changes once started. */
+    public synchronized Library library() {
+        if (library == null) {
+            library = new Library(appFolder == null ? null : appFolder.toPath());
+        }
+        return library;
     }
 
     /** Called (on some server thread) after the server started or stopped. */
@@ -98,6 +102,12 @@ public final class ServerCore {
     // ---- settings ----
 
     public void setAppFolder(File folder) {
+        synchronized (this) {
+            if (library != null) {
+                library.close();
+                library = null;
+            }
+        }
         appFolder = folder;
         converter.setOutputFolder(folder == null ? null : new File(folder, "Converted"));
     }
@@ -150,8 +160,7 @@ public final class ServerCore {
      */
     public void setDefaultPort(int port) {
         boolean moved = false;
-        HttpServer retired = null;
-        ExecutorService retiredThreads = null;
+        WebServer retired = null;
         synchronized (this) {
             if (port < 0 || port > 65535) {
                 logs.append(LogBook.REMOTE, "Port " + port + " refused: out of range; keeping " + defaultPort);
@@ -161,24 +170,21 @@ public final class ServerCore {
             logs.append(LogBook.REMOTE, "Port set to " + port);
             if (http != null && port != 0 && port != boundPort) {
                 int old = boundPort;
-                HttpServer oldHttp = http;
-                ExecutorService oldThreads = httpThreads;
+                WebServer oldHttp = http;
                 http = null;
                 if (bind(port) > 0) {
                     retired = oldHttp;
-                    retiredThreads = oldThreads;
                     logs.append(LogBook.REMOTE, "Server moved from port " + old + " to " + boundPort);
                     moved = true;
                 } else {
                     http = oldHttp;
-                    httpThreads = oldThreads;
                     boundPort = old;
                     logs.append(LogBook.REMOTE, "Server stays on port " + old);
                 }
             }
         }
         if (moved) {
-            shutDown(retired, retiredThreads);
+            retired.stop();
             fireStateChanged();
         }
     }
@@ -216,21 +222,12 @@ public final class ServerCore {
     private int bind(int port) {
         String address = System.getProperty(BIND_ADDRESS_PROPERTY);
         try {
-            InetSocketAddress where = address == null || address.isEmpty()
-                    ? new InetSocketAddress(port)
-                    : new InetSocketAddress(InetAddress.getByName(address), port);
-            HttpServer server = HttpServer.create(where, 16);
-            ExecutorService threads = Executors.newFixedThreadPool(4, r -> {
-                Thread t = new Thread(r, "quillon-http");
-                t.setDaemon(true);
-                return t;
-            });
-            server.setExecutor(threads);
-            server.createContext("/", this::handle);
-            server.start();
+            Library lib = library();
+            lib.start();
+            WebServer server = new WebServer(new Site(lib, media, this::getPasswordDigest, this::statusPage),
+                    address, port);
+            boundPort = server.start();
             http = server;
-            httpThreads = threads;
-            boundPort = server.getAddress().getPort();
             return boundPort;
         } catch (BindException e) {
             fail("Couldn't start the server: port " + port + " is in use");
@@ -246,28 +243,20 @@ public final class ServerCore {
     }
 
     public void stop() {
-        HttpServer old;
-        ExecutorService oldThreads;
+        WebServer old;
         synchronized (this) {
             if (http == null) {
                 return;
             }
             old = http;
-            oldThreads = httpThreads;
             http = null;
-            httpThreads = null;
             logs.append(LogBook.REMOTE, "Server stopped (port " + boundPort + ")");
             boundPort = -1;
         }
         // Outside the lock: handlers still finishing may ask for the server's state.
-        shutDown(old, oldThreads);
+        old.stop();
         media.stopLive();
         fireStateChanged();
-    }
-
-    private static void shutDown(HttpServer server, ExecutorService threads) {
-        server.stop(0);
-        threads.shutdownNow();
     }
 
     /** The end of the server's life in this process: stop listening and converting. */
@@ -277,6 +266,10 @@ public final class ServerCore {
             if (rescans != null) {
                 rescans.shutdownNow();
                 rescans = null;
+            }
+            if (library != null) {
+                library.close();
+                library = null;
             }
         }
         converter.shutdown();
@@ -315,44 +308,6 @@ public final class ServerCore {
         }
     }
 
-    // ---- HTTP ----
-
-    private void handle(HttpExchange ex) throws IOException {
-        try {
-            if (!PasswordCheck.accepts(passwordDigest, ex.getRequestHeaders().getFirst("Authorization"))) {
-                ex.getResponseHeaders().set("WWW-Authenticate", "Basic realm=\"Quillon Server\", charset=\"UTF-8\"");
-                send(ex, 401, "text/plain; charset=utf-8", "Password required\n");
-                return;
-            }
-            String method = ex.getRequestMethod();
-            if (!method.equals("GET") && !method.equals("HEAD")) {
-                ex.getResponseHeaders().set("Allow", "GET, HEAD");
-                send(ex, 405, "text/plain; charset=utf-8", "Method not allowed\n");
-                return;
-            }
-            String path = ex.getRequestURI().getPath();
-            if (!path.equals("/") && !path.equals("/index.html")) {
-                send(ex, 404, "text/plain; charset=utf-8", "Not found\n");
-                return;
-            }
-            send(ex, 200, "text/html; charset=utf-8", statusPage());
-        } finally {
-            ex.close();
-        }
-    }
-
-    private static void send(HttpExchange ex, int status, String type, String body) throws IOException {
-        byte[] bytes = body.getBytes(StandardCharsets.UTF_8);
-        ex.getResponseHeaders().set("Content-Type", type);
-        boolean head = ex.getRequestMethod().equals("HEAD");
-        ex.sendResponseHeaders(status, head ? -1 : bytes.length);
-        if (!head) {
-            try (OutputStream out = ex.getResponseBody()) {
-                out.write(bytes);
-            }
-        }
-    }
-
     /** The human-readable state of the server. */
     public String statusPage() {
         StringBuilder sb = new StringBuilder(1024);
@@ -362,6 +317,8 @@ public final class ServerCore {
         sb.append("<p>Computer: ").append(name).append("</p>\n");
         int port = getBoundPort();
         sb.append("<p>State: ").append(port > 0 ? "running on port " + port : "stopped").append("</p>\n");
+        sb.append("<p>Library: <a href=\"/api/library\">/api/library</a> (JSON; each section at"
+                + " /api/sections/{id})</p>\n");
         listFolders(sb, "Shared folders", LibraryFolders.read(appFolder, LibraryFolders.FOLDERS_FILE));
         listFolders(sb, "Conversion folders",
                 LibraryFolders.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE));

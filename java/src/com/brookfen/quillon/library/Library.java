@@ -1,0 +1,278 @@
+package com.brookfen.quillon.library;
+
+import com.brookfen.quillon.server.LibraryFolders;
+
+import java.io.File;
+import java.io.IOException;
+import java.nio.file.ClosedWatchServiceException;
+import java.nio.file.FileSystems;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.nio.file.StandardWatchEventKinds;
+import java.nio.file.WatchEvent;
+import java.nio.file.WatchKey;
+import java.nio.file.WatchService;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.HashSet;
+import java.util.Iterator;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.Set;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * The shared folders, shared playlists and the conversion output as sections of videos.
+ * It reads "folders.txt" itself and follows changes to it and to the shared folders through
+ * file-system notifications; only what cannot be watched (a missing folder, the system's
+ * watch limit reached) falls back to a slow rescan. Between changes its thread sleeps.
+ */
+public final class Library implements AutoCloseable {
+    public static final String CONVERTED_FOLDER = "Converted";
+    static final long SETTLE_MS = 300;
+    static final long MAX_DELAY_MS = 2000;
+    static final long FALLBACK_RESCAN_MS = 5 * 60_000L;
+
+    private record Source(String key, String id, String name, String kind, Path location) {
+    }
+
+    private final Path appFolder;
+    private final Object lock = new Object();
+    private volatile Snapshot current;
+
+    // Guarded by lock.
+    private List<Source> sources;
+    private final Map<String, Section> sections = new HashMap<>();
+    private final Set<String> dirty = new HashSet<>();
+    private boolean sourcesDirty = true;
+    private WatchService watcher;
+    private final Map<WatchKey, Path> keys = new HashMap<>();
+    private Map<Path, Set<String>> owners = new HashMap<>();
+    private boolean fallback;
+    private int scans;
+    private Thread thread;
+
+    public Library(Path appFolder) {
+        this.appFolder = appFolder;
+    }
+
+    /** The current library, scanned now when there is none yet. */
+    public Snapshot snapshot() {
+        Snapshot s = current;
+        return s != null ? s : refresh();
+    }
+
+    /** Starts following changes (idempotent); the first scan happens on the watching thread. */
+    public void start() {
+        synchronized (lock) {
+            if (thread != null) {
+                return;
+            }
+            try {
+                watcher = FileSystems.getDefault().newWatchService();
+            } catch (IOException | UnsupportedOperationException e) {
+                watcher = null;
+            }
+            thread = new Thread(this::watch, "quillon-library");
+            thread.setDaemon(true);
+            thread.start();
+        }
+    }
+
+    @Override
+    public void close() {
+        Thread t;
+        synchronized (lock) {
+            t = thread;
+            thread = null;
+            if (watcher != null) {
+                try {
+                    watcher.close();
+                } catch (IOException ignored) {
+                    // closing anyway
+                }
+                watcher = null;
+            }
+            keys.clear();
+        }
+        if (t != null) {
+            t.interrupt();
+        }
+    }
+
+    /** How many section scans have run (for tests and the benchmark). */
+    public int scans() {
+        synchronized (lock) {
+            return scans;
+        }
+    }
+
+    private void watch() {
+        refresh();
+        try {
+            while (true) {
+                WatchService w;
+                boolean slow;
+                synchronized (lock) {
+                    w = watcher;
+                    slow = fallback || w == null;
+                }
+                WatchKey key;
+                if (w == null) {
+                    Thread.sleep(FALLBACK_RESCAN_MS);
+                    key = null;
+                } else {
+                    key = slow ? w.poll(FALLBACK_RESCAN_MS, TimeUnit.MILLISECONDS) : w.take();
+                }
+                if (key == null) {
+                    markAllDirty();
+                } else {
+                    // Let a burst of changes (a copy, a save) settle into one rescan.
+                    long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(MAX_DELAY_MS);
+                    do {
+                        handle(key);
+                    } while (System.nanoTime() < deadline && (key = w.poll(SETTLE_MS, TimeUnit.MILLISECONDS)) != null);
+                }
+                refresh();
+            }
+        } catch (InterruptedException | ClosedWatchServiceException e) {
+            // closed
+        }
+    }
+
+    private void markAllDirty() {
+        synchronized (lock) {
+            sourcesDirty = true;
+            dirty.addAll(sections.keySet());
+        }
+    }
+
+    private void handle(WatchKey key) {
+        synchronized (lock) {
+            Path dir = keys.get(key);
+            for (WatchEvent<?> event : key.pollEvents()) {
+                if (event.kind() == StandardWatchEventKinds.OVERFLOW || dir == null) {
+                    sourcesDirty = true;
+                    dirty.addAll(sections.keySet());
+                    continue;
+                }
+                String name = event.context().toString();
+                if (dir.equals(appFolder)) {
+                    if (name.equals(LibraryFolders.FOLDERS_FILE)) {
+                        sourcesDirty = true;
+                    } else if (name.equals(CONVERTED_FOLDER)) {
+                        sourcesDirty = true;
+                        dirty.add(Section.key(Section.CONVERTED, appFolder.resolve(CONVERTED_FOLDER).toString()));
+                    }
+                }
+                dirty.addAll(owners.getOrDefault(dir, Set.of()));
+            }
+            if (!key.reset()) {
+                keys.remove(key);
+                dirty.addAll(owners.getOrDefault(dir, Set.of()));
+            }
+        }
+    }
+
+    /** Rescans what changed and publishes a new snapshot. */
+    private Snapshot refresh() {
+        synchronized (lock) {
+            if (sourcesDirty || sources == null) {
+                sources = readSources();
+                sourcesDirty = false;
+                Set<String> keep = new HashSet<>();
+                for (Source s : sources) {
+                    keep.add(s.key);
+                }
+                sections.keySet().retainAll(keep);
+            }
+            List<Section> list = new ArrayList<>();
+            for (Source s : sources) {
+                Section section = sections.get(s.key);
+                if (section == null || dirty.contains(s.key)) {
+                    section = scan(s);
+                    sections.put(s.key, section);
+                    scans++;
+                }
+                list.add(section);
+            }
+            dirty.clear();
+            watchSections();
+            current = new Snapshot(list);
+            return current;
+        }
+    }
+
+    private static Section scan(Source s) {
+        if (s.kind.equals(Section.PLAYLIST)) {
+            return PlaylistScan.scan(s.id, s.name, s.location);
+        }
+        return FolderScan.scan(s.id, s.name, s.kind, s.location);
+    }
+
+    /** The entries of folders.txt (unreadable = none), then the conversion output. */
+    private List<Source> readSources() {
+        Map<String, Source> found = new LinkedHashMap<>();
+        if (appFolder == null) {
+            return new ArrayList<>();
+        }
+        for (LibraryFolders.Entry e : LibraryFolders.read(appFolder.toFile(), LibraryFolders.FOLDERS_FILE)) {
+            if (e.location == null || e.location.isEmpty() || e.name == null) {
+                continue;
+            }
+            Path location;
+            try {
+                location = Paths.get(e.location).toAbsolutePath().normalize();
+            } catch (RuntimeException bad) {
+                continue;
+            }
+            String kind = e.type == null || e.type.equals("DiskFolder") ? Section.FOLDER : Section.PLAYLIST;
+            String key = Section.key(kind, location.toString());
+            found.putIfAbsent(key, new Source(key, Ids.of("section", key), e.name, kind, location));
+        }
+        Path converted = appFolder.resolve(CONVERTED_FOLDER);
+        if (new File(converted.toString()).isDirectory()) {
+            String key = Section.key(Section.CONVERTED, converted.toString());
+            found.putIfAbsent(key, new Source(key, Ids.of("section", key), "Converted", Section.CONVERTED, converted));
+        }
+        return new ArrayList<>(found.values());
+    }
+
+    /** Watches every folder the sections depend on, and no other; notes what could not be watched. */
+    private void watchSections() {
+        boolean missing = false;
+        Map<Path, Set<String>> wanted = new HashMap<>();
+        for (Map.Entry<String, Section> e : sections.entrySet()) {
+            missing |= !e.getValue().complete;
+            for (Path dir : e.getValue().watched) {
+                wanted.computeIfAbsent(dir, d -> new HashSet<>()).add(e.getKey());
+            }
+        }
+        owners = wanted;
+        if (watcher == null) {
+            fallback = true;
+            return;
+        }
+        Set<Path> dirs = new HashSet<>(wanted.keySet());
+        if (appFolder != null) {
+            dirs.add(appFolder);
+        }
+        for (Iterator<Map.Entry<WatchKey, Path>> it = keys.entrySet().iterator(); it.hasNext();) {
+            Map.Entry<WatchKey, Path> e = it.next();
+            if (!dirs.remove(e.getValue())) {
+                e.getKey().cancel();
+                it.remove();
+            }
+        }
+        for (Path dir : dirs) {
+            try {
+                keys.put(dir.register(watcher, StandardWatchEventKinds.ENTRY_CREATE,
+                        StandardWatchEventKinds.ENTRY_DELETE, StandardWatchEventKinds.ENTRY_MODIFY), dir);
+            } catch (IOException | RuntimeException e) {
+                missing = true; // gone since the scan, or the system's watch limit
+            }
+        }
+        fallback = missing;
+    }
+}

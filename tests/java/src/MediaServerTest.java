@@ -1,0 +1,430 @@
+import com.brookfen.quillon.common.control.ServerControl;
+import com.brookfen.quillon.library.Library;
+import com.brookfen.quillon.server.Json;
+import com.brookfen.quillon.server.PasswordCheck;
+import java.io.*;
+import java.lang.reflect.*;
+import java.net.*;
+import java.net.http.*;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.*;
+import java.util.*;
+import java.util.concurrent.TimeUnit;
+import java.util.function.BooleanSupplier;
+
+/**
+ * The HTTP side of the server in-process: direct play against the file's bytes, the library
+ * API over real folders, passwords on every route, paths that try to leave the shared
+ * folders, and clients that never finish their request. Exits non-zero on any failure.
+ */
+public final class MediaServerTest {
+    static final String[] ROUTES = {"/", "/status", "/api/library", "/api/sections/%s", "/media/%s",
+            "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt", "/index.html"};
+    static Path app, shared, outside;
+    static int port;
+    static final HttpClient client = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1).connectTimeout(java.time.Duration.ofSeconds(3)).build();
+
+    public static void main(String[] args) throws Exception {
+        Path root = Files.createTempDirectory("quillon-media-test");
+        app = Files.createDirectories(root.resolve("app"));
+        shared = Files.createDirectories(root.resolve("shared videos"));
+        outside = Files.createDirectories(root.resolve("outside"));
+        ServerControl.init(app.toString());
+        ServerControl.setDefaultPort(0);
+        int failures = 0;
+        Method[] methods = MediaServerTest.class.getDeclaredMethods();
+        Arrays.sort(methods, Comparator.comparing(Method::getName));
+        for (Method m : methods) {
+            if (!m.getName().startsWith("test"))
+                continue;
+            try {
+                port = ServerControl.startServer();
+                check(port > 0, "server started");
+                m.invoke(null);
+                System.out.println("PASS " + m.getName());
+            } catch (InvocationTargetException e) {
+                failures++;
+                System.out.println("FAIL " + m.getName() + ": " + e.getCause());
+                e.getCause().printStackTrace(System.out);
+            } finally {
+                ServerControl.setPasswordDigest("");
+                ServerControl.stopServer();
+            }
+        }
+        ServerControl.quit();
+        System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
+        System.exit(failures == 0 ? 0 : 1);
+    }
+
+    static void check(boolean condition, String what) {
+        if (!condition)
+            throw new AssertionError(what);
+    }
+
+    static void equal(Object expected, Object actual, String what) {
+        check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
+    }
+
+    static void waitFor(BooleanSupplier condition, long millis, String what) throws InterruptedException {
+        for (long end = System.currentTimeMillis() + millis; !condition.getAsBoolean(); Thread.sleep(50))
+            check(System.currentTimeMillis() < end, "timed out waiting for " + what);
+    }
+
+    static HttpResponse<byte[]> send(String method, String path, String... headers) throws Exception {
+        HttpRequest.Builder b = HttpRequest.newBuilder(URI.create("http://127.0.0.1:" + port + path))
+                .timeout(java.time.Duration.ofSeconds(5)).method(method, HttpRequest.BodyPublishers.noBody());
+        for (int i = 0; i < headers.length; i += 2)
+            b.header(headers[i], headers[i + 1]);
+        return client.send(b.build(), HttpResponse.BodyHandlers.ofByteArray());
+    }
+
+    static String header(HttpResponse<?> r, String name) {
+        return r.headers().firstValue(name).orElse(null);
+    }
+
+    static Map<String, Object> json(String path) throws Exception {
+        HttpResponse<byte[]> r = send("GET", path);
+        equal(200, r.statusCode(), "GET " + path);
+        check(header(r, "Content-Type").startsWith("application/json") && header(r, "Content-Type").contains("utf-8"),
+                "JSON in UTF-8");
+        return Json.parseObject(new String(r.body(), StandardCharsets.UTF_8));
+    }
+
+    @SuppressWarnings("unchecked")
+    static List<Map<String, Object>> list(Map<String, Object> doc, String key) {
+        return (List<Map<String, Object>>) doc.get(key);
+    }
+
+    static Map<String, Object> named(List<Map<String, Object>> list, String name) {
+        return list.stream().filter(m -> name.equals(m.get("name"))).findFirst()
+                .orElseThrow(() -> new AssertionError("no " + name + " in " + list));
+    }
+
+    /** The raw status line's code for a request sent byte for byte as given (no client-side clean-up). */
+    static int raw(String target) throws IOException {
+        try (Socket s = new Socket(InetAddress.getLoopbackAddress(), port)) {
+            s.setSoTimeout(5000);
+            s.getOutputStream().write(("GET " + target + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
+                    .getBytes(StandardCharsets.ISO_8859_1));
+            String status = new BufferedReader(new InputStreamReader(s.getInputStream(), StandardCharsets.ISO_8859_1))
+                    .readLine();
+            return Integer.parseInt(status.split(" ")[1]);
+        }
+    }
+
+    static void writeFolders(String... entries) throws IOException {
+        Files.writeString(app.resolve("folders.txt"), "{\"folders\": [" + String.join(", ", entries) + "]}");
+    }
+
+    static String entry(String name, String type, Path location) {
+        return "{\"name\": " + Json.quote(name) + ", \"type\": \"" + type + "\", \"id\": " + Json.quote(location.toString())
+                + "}";
+    }
+
+    static void ffmpeg(Path out, String seconds) throws Exception {
+        Process p = new ProcessBuilder("ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                "testsrc=duration=" + seconds + ":size=160x120:rate=10", "-c:v", "libx264", "-pix_fmt", "yuv420p",
+                out.toString()).redirectErrorStream(true).start();
+        p.getInputStream().readAllBytes();
+        check(p.waitFor(30, TimeUnit.SECONDS) && p.exitValue() == 0 && Files.size(out) > 0, "ffmpeg made " + out);
+    }
+
+    /** A shared folder with one real video and one large file of known bytes; returns the large file's id. */
+    static String sharedVideo(Path big) throws Exception {
+        if (!Files.exists(big)) {
+            byte[] bytes = new byte[3 << 20];
+            new Random(7).nextBytes(bytes);
+            Files.write(big, bytes);
+        }
+        writeFolders(entry("Direct", "DiskFolder", big.getParent()));
+        String[] id = new String[1];
+        waitFor(() -> {
+            try {
+                Map<String, Object> lib = json("/api/library");
+                Map<String, Object> section = named(list(lib, "sections"), "Direct");
+                id[0] = (String) named(list(json("/api/sections/" + section.get("id")), "items"), "big").get("id");
+                return true;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "the file listed");
+        return id[0];
+    }
+
+    static void testDirectPlayRangesAndValidators() throws Exception {
+        Path big = Files.createDirectories(shared.resolve("direct")).resolve("big.mp4");
+        String id = sharedVideo(big);
+        byte[] file = Files.readAllBytes(big);
+        String media = "/media/" + id;
+
+        HttpResponse<byte[]> full = send("GET", media);
+        equal(200, full.statusCode(), "whole file");
+        check(Arrays.equals(file, full.body()), "whole file bytes");
+        equal("video/mp4", header(full, "Content-Type"), "type from the extension");
+        equal("bytes", header(full, "Accept-Ranges"), "ranges offered");
+        String etag = header(full, "ETag"), modified = header(full, "Last-Modified");
+        check(etag != null && etag.startsWith("\"") && modified != null, "strong ETag and Last-Modified");
+
+        long n = file.length;
+        // first-last, open-ended, suffix, one crossing the end; each against the file's own bytes
+        long[][] ranges = {{5, 1000004}, {n - 10, n - 1}, {2 << 20, -1}, {-1, 700}, {n - 3, n + 50}};
+        for (long[] r : ranges) {
+            String spec = r[0] < 0 ? "-" + r[1] : r[0] + "-" + (r[1] < 0 ? "" : r[1]);
+            HttpResponse<byte[]> part = send("GET", media, "Range", "bytes=" + spec);
+            long first = r[0] < 0 ? n - r[1] : r[0];
+            long last = r[1] < 0 || r[0] < 0 || r[1] >= n ? n - 1 : r[1];
+            equal(206, part.statusCode(), "range " + spec);
+            equal("bytes " + first + "-" + last + "/" + n, header(part, "Content-Range"), "Content-Range of " + spec);
+            check(Arrays.equals(Arrays.copyOfRange(file, (int) first, (int) last + 1), part.body()), "bytes of " + spec);
+        }
+        HttpResponse<byte[]> beyond = send("GET", media, "Range", "bytes=" + n + "-");
+        equal(416, beyond.statusCode(), "range past the end");
+        equal("bytes */" + n, header(beyond, "Content-Range"), "416 names the length");
+        equal("0", header(beyond, "Content-Length"), "416 has no body");
+
+        HttpResponse<byte[]> head = send("HEAD", media, "Range", "bytes=0-99");
+        equal(206, head.statusCode(), "HEAD of a range");
+        equal("100", header(head, "Content-Length"), "HEAD length");
+        equal(0, head.body().length, "HEAD has no body");
+        equal(String.valueOf(n), header(send("HEAD", media), "Content-Length"), "HEAD of the whole file");
+
+        equal(304, send("GET", media, "If-None-Match", etag).statusCode(), "unchanged by ETag");
+        equal(304, send("GET", media, "If-Modified-Since", modified).statusCode(), "unchanged by date");
+        equal(200, send("GET", media, "If-None-Match", "\"other\"").statusCode(), "changed by ETag");
+        equal(206, send("GET", media, "Range", "bytes=0-9", "If-Range", etag).statusCode(), "If-Range same ETag");
+        equal(206, send("GET", media, "Range", "bytes=0-9", "If-Range", modified).statusCode(), "If-Range same date");
+        HttpResponse<byte[]> stale = send("GET", media, "Range", "bytes=0-9", "If-Range", "\"stale\"");
+        equal(200, stale.statusCode(), "If-Range with another ETag sends the whole file");
+        equal(n, (long) stale.body().length, "whole file after a stale If-Range");
+
+        // A new version of the file: new validator, and the old one no longer matches.
+        Files.write(big, Arrays.copyOf(file, file.length - 1));
+        Files.setLastModifiedTime(big, java.nio.file.attribute.FileTime.fromMillis(System.currentTimeMillis() + 5000));
+        HttpResponse<byte[]> changed = send("GET", media, "If-None-Match", etag);
+        equal(200, changed.statusCode(), "changed file served again");
+        equal(n - 1, (long) changed.body().length, "changed file's length");
+        check(!etag.equals(header(changed, "ETag")), "changed file has another ETag");
+        Files.write(big, file);
+    }
+
+    static void testPasswordOnEveryRoute() throws Exception {
+        Path big = shared.resolve("direct/big.mp4");
+        String id = sharedVideo(big);
+        ServerControl.setPasswordDigest(PasswordCheck.digest("p\u00e4ss"));
+        String good = "Basic " + Base64.getEncoder().encodeToString("u:p\u00e4ss".getBytes(StandardCharsets.UTF_8));
+        String bad = "Basic " + Base64.getEncoder().encodeToString("u:pass".getBytes(StandardCharsets.UTF_8));
+        for (String route : ROUTES) {
+            String path = String.format(route, id);
+            for (String method : new String[] {"GET", "HEAD"}) {
+                HttpResponse<byte[]> none = send(method, path);
+                equal(401, none.statusCode(), method + " " + path + " without a password");
+                equal("Basic realm=\"Quillon Server\", charset=\"UTF-8\"", header(none, "WWW-Authenticate"), "realm");
+                equal(401, send(method, path, "Authorization", bad).statusCode(), method + " " + path + " wrong password");
+            }
+            check(send("GET", path, "Authorization", good).statusCode() != 401, path + " with the password");
+        }
+        equal(206, send("GET", "/media/" + id, "Authorization", good, "Range", "bytes=0-0").statusCode(), "media with it");
+    }
+
+    static void testPathsNeverLeaveTheSharedFolders() throws Exception {
+        Path dir = Files.createDirectories(shared.resolve("safe"));
+        Path secret = Files.writeString(outside.resolve("secret.mp4"), "outside bytes");
+        Files.writeString(dir.resolve("inside.mp4"), "inside bytes");
+        Files.createSymbolicLink(dir.resolve("escape.mp4"), secret);
+        Files.createSymbolicLink(dir.resolve("alias.mp4"), dir.resolve("inside.mp4"));
+        Files.createSymbolicLink(dir.resolve("outdir"), outside);
+        Files.writeString(dir.resolve("swapped.mp4"), "will become a link");
+        writeFolders(entry("Safe", "DiskFolder", dir));
+        String[] section = new String[1];
+        waitFor(() -> {
+            try {
+                section[0] = (String) named(list(json("/api/library"), "sections"), "Safe").get("id");
+                return list(json("/api/sections/" + section[0]), "items").size() == 3;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "the safe folder listed");
+        Map<String, Object> listing = json("/api/sections/" + section[0]);
+        List<String> names = new ArrayList<>();
+        for (Map<String, Object> item : list(listing, "items")) {
+            names.add((String) item.get("name"));
+            check(((String) item.get("id")).matches("[0-9a-f]{20}"), "opaque id");
+        }
+        equal(List.of("alias", "inside", "swapped"), names, "links out of the folder are not listed");
+        check(list(listing, "folders").isEmpty(), "a linked folder is not entered");
+        String text = new String(send("GET", "/api/sections/" + section[0]).body(), StandardCharsets.UTF_8);
+        check(!text.contains(dir.toString()) && !text.contains("outside"), "no paths in the API: " + text);
+
+        String swapped = (String) named(list(listing, "items"), "swapped").get("id");
+        equal(200, send("GET", "/media/" + swapped).statusCode(), "listed file served");
+        Files.delete(dir.resolve("swapped.mp4"));
+        Files.createSymbolicLink(dir.resolve("swapped.mp4"), secret);
+        equal(404, send("GET", "/media/" + swapped).statusCode(), "a file swapped for a link out is refused");
+        equal(200, send("GET", "/media/" + named(list(listing, "items"), "alias").get("id")).statusCode(),
+                "a link inside the folder is served");
+
+        String[] attempts = {"/media/" + secret, "/media/..%2F..%2Foutside%2Fsecret.mp4", "/media/../../etc/passwd",
+                "/media/%2e%2e/%2e%2e/etc/passwd", "/media/" + "0".repeat(20), "/media/ABCDEF", "/../../../etc/passwd",
+                "/web/../../../../etc/passwd", "/%2e%2e/%2e%2e/etc/passwd", "/api/sections/..%2F..%2F..%2Fetc%2Fpasswd",
+                "/thumbnails/../media/x.jpg", "/subtitles/" + "0".repeat(20) + "/0.vtt", "/hls/" + "f".repeat(20) + "/0.ts",
+                "/media/" + swapped + "/../../../etc/passwd", "/" + secret};
+        for (String target : attempts) {
+            int status = raw(target);
+            check(status == 404 || status == 400, target + " refused, got " + status);
+        }
+    }
+
+    static void testLibraryWalkPlaylistsAndChanges() throws Exception {
+        Path movies = Files.createDirectories(shared.resolve("movies"));
+        ffmpeg(movies.resolve("Clip One.mp4"), "1");
+        Files.copy(movies.resolve("Clip One.mp4"), Files.createDirectories(movies.resolve("deep/deeper")).resolve("b.mkv"));
+        Files.writeString(movies.resolve("notes.txt"), "not a video");
+        Files.createDirectories(movies.resolve("empty/also empty"));
+        Files.writeString(Files.createDirectories(movies.resolve(".hidden")).resolve("h.mp4"), "x");
+        Path music = Files.createDirectories(app.getParent().resolve("Music"));
+        Path playlist = music.resolve("Trip.m3u");
+        Files.writeString(playlist, "#EXTM3U\n#EXTINF:1,one\n../shared videos/movies/Clip One.mp4\r\n"
+                + movies.resolve("deep/deeper/b.mkv") + "\n" + movies.resolve("notes.txt") + "\nmissing.mp4\n"
+                + "http://example.invalid/stream.mp4\n");
+        Path converted = Files.createDirectories(app.resolve("Converted"));
+        writeFolders(entry("Movies", "DiskFolder", movies), entry("Trip", "iTunesPlaylist", playlist));
+
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").size() == 3;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "three sections");
+        Map<String, Object> lib = json("/api/library");
+        List<Map<String, Object>> sections = list(lib, "sections");
+        equal(List.of("Movies", "Trip", "Converted"), sections.stream().map(s -> s.get("name")).toList(), "section order");
+        equal(List.of("folder", "playlist", "converted"), sections.stream().map(s -> s.get("kind")).toList(), "kinds");
+        equal(List.of(2.0, 2.0, 0.0), sections.stream().map(s -> s.get("count")).toList(), "counts");
+        check(lib.get("style") instanceof Map && ((Map<?, ?>) lib.get("style")).get("fontSize") instanceof Double, "style");
+
+        Map<String, Object> top = json("/api/sections/" + sections.get(0).get("id"));
+        equal(sections.get(0).get("id"), top.get("id"), "section document id");
+        equal(List.of("deep"), list(top, "folders").stream().map(f -> f.get("name")).toList(), "empty and hidden left out");
+        Map<String, Object> clip = named(list(top, "items"), "Clip One");
+        equal(List.of("id", "name", "size", "duration", "width", "height", "videoCodec", "audioCodec", "directPlay",
+                "stream", "hls", "thumbnail", "subtitles"), new ArrayList<>(clip.keySet()), "item members");
+        String clipId = (String) clip.get("id");
+        equal("/media/" + clipId, clip.get("stream"), "stream url");
+        equal("/hls/" + clipId + "/index.m3u8", clip.get("hls"), "hls url");
+        equal("/thumbnails/" + clipId + ".jpg", clip.get("thumbnail"), "thumbnail url");
+        equal((double) Files.size(movies.resolve("Clip One.mp4")), clip.get("size"), "size");
+        equal(Boolean.TRUE, clip.get("directPlay"), "mp4 plays directly");
+        String deep = (String) list(top, "folders").get(0).get("id");
+        Map<String, Object> deepDoc = json("/api/sections/" + sections.get(0).get("id") + "/" + deep);
+        equal(List.of("deeper"), list(deepDoc, "folders").stream().map(f -> f.get("name")).toList(), "any depth");
+        String deeper = (String) list(deepDoc, "folders").get(0).get("id");
+        equal(List.of("b"), list(json("/api/sections/" + sections.get(0).get("id") + "/" + deeper), "items").stream()
+                .map(i -> i.get("name")).toList(), "video two levels down");
+        equal(404, send("GET", "/api/sections/" + sections.get(1).get("id") + "/" + deep).statusCode(),
+                "a folder only under its own section");
+
+        Map<String, Object> trip = json("/api/sections/" + sections.get(1).get("id"));
+        equal(List.of("Clip One", "b"), list(trip, "items").stream().map(i -> i.get("name")).toList(),
+                "playlist tracks in order, relative and absolute, missing and non-video left out");
+        equal(clipId, list(trip, "items").get(0).get("id"), "the same file has the same id everywhere");
+        equal(206, send("GET", "/media/" + clipId, "Range", "bytes=0-1").statusCode(), "playlist track served");
+
+        // Changes are picked up without a restart.
+        ffmpeg(converted.resolve("done.mp4"), "1");
+        Files.copy(movies.resolve("Clip One.mp4"), movies.resolve("deep/new.mp4"));
+        waitFor(() -> {
+            try {
+                List<Map<String, Object>> s = list(json("/api/library"), "sections");
+                return s.get(0).get("count").equals(3.0) && s.get(2).get("count").equals(1.0);
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "new files counted");
+        Files.writeString(playlist, "../shared videos/movies/deep/new.mp4\n");
+        waitFor(() -> {
+            try {
+                return list(json("/api/sections/" + sections.get(1).get("id")), "items").get(0).get("name").equals("new");
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "the edited playlist");
+
+        // Ids survive a new scan from nothing (a restart).
+        try (Library fresh = new Library(app)) {
+            check(fresh.snapshot().item(clipId) != null, "stable id across restarts");
+            check(fresh.snapshot().section((String) sections.get(1).get("id")) != null, "stable section id");
+        }
+
+        // A folders file that is not UTF-8 is unreadable, as the controller reads it: no shared sections.
+        byte[] good = Files.readAllBytes(app.resolve("folders.txt"));
+        byte[] broken = Arrays.copyOf(good, good.length);
+        broken[good.length - 8] = (byte) 0xff;
+        Files.write(app.resolve("folders.txt"), broken);
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").stream().map(s -> s.get("kind")).toList()
+                        .equals(List.of("converted"));
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "only the converted section");
+        check(!new String(send("GET", "/status").body(), StandardCharsets.UTF_8).contains("Movies"),
+                "the status page shows no folders either");
+        Files.write(app.resolve("folders.txt"), good);
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").size() == 3;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "sections back after a rename-style save");
+    }
+
+    static void testSilentAndSlowClientsBlockNobody() throws Exception {
+        List<Socket> half = new ArrayList<>();
+        equal(200, send("GET", "/status").statusCode(), "a first request");
+        try {
+            for (int i = 0; i < 50; i++) {
+                Socket s = new Socket(InetAddress.getLoopbackAddress(), port);
+                s.getOutputStream().write("GET /status HTTP/1.1\r\nHost: x\r\nX-Half: ".getBytes(StandardCharsets.US_ASCII));
+                half.add(s);
+            }
+            Socket trickle = new Socket(InetAddress.getLoopbackAddress(), port);
+            half.add(trickle);
+            trickle.getOutputStream().write("GET /status HTTP/1.1\r\nHost: x\r\nX-Slow: ".getBytes(StandardCharsets.US_ASCII));
+            long start = System.nanoTime();
+            equal(200, send("GET", "/status").statusCode(), "a normal request among them");
+            long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - start);
+            check(millis < 1000, "answered within a second, took " + millis + " ms");
+            System.out.println("A request among 50 half-sent ones took " + millis + " ms");
+
+            // The trickling client keeps sending, so only the header deadline ends it.
+            long limit = Long.getLong("quillon.http.idle.ms") + 2 * Long.getLong("quillon.http.header.ms") + 2000;
+            long end = System.currentTimeMillis() + limit;
+            boolean trickleClosed = false;
+            while (System.currentTimeMillis() < end && !trickleClosed) {
+                try {
+                    trickle.getOutputStream().write('x');
+                    Thread.sleep(200);
+                } catch (IOException e) {
+                    trickleClosed = true;
+                }
+            }
+            check(trickleClosed, "a trickling header is cut off");
+            for (Socket s : half.subList(0, 50)) {
+                s.setSoTimeout((int) Math.max(1, end - System.currentTimeMillis()));
+                try {
+                    equal(-1, s.getInputStream().read(), "closed without an answer");
+                } catch (SocketTimeoutException e) {
+                    throw new AssertionError("a half-sent request still open after " + limit + " ms");
+                } catch (IOException e) {
+                    // reset by the server: closed too
+                }
+            }
+        } finally {
+            for (Socket s : half)
+                s.close();
+        }
+    }
+}
