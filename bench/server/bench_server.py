@@ -149,6 +149,7 @@ def main():
     jar = sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "../../build/resources/QuillonServer.jar")
     jar = os.path.abspath(jar)
     tmp = tempfile.mkdtemp(prefix="quillon-bench-")
+    os.chmod(tmp, 0o755)  # nginx's workers may run as another user
     procs = []
     try:
         media = os.path.join(tmp, "media")

@@ -17,6 +17,7 @@ import java.util.function.BooleanSupplier;
  * API over real folders, passwords on every route, paths that try to leave the shared
  * folders, and clients that never finish their request. Exits non-zero on any failure.
  */
+@SuppressWarnings("unchecked")
 public final class MediaServerTest {
     static final String[] ROUTES = {"/", "/status", "/api/library", "/api/sections/%s", "/media/%s",
             "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt", "/index.html"};
@@ -379,6 +380,64 @@ public final class MediaServerTest {
                 return false;
             }
         }, 5000, "sections back after a rename-style save");
+    }
+
+    /** The media routes answer through the media services: metadata filled in later, HLS, thumbnail, WebVTT, 503. */
+    static void testMediaRoutes() throws Exception {
+        Path dir = Files.createDirectories(shared.resolve("routes"));
+        for (String name : new String[] {"a", "b", "c"})
+            ffmpeg(dir.resolve(name + ".mkv"), "2");
+        Files.writeString(dir.resolve("a.srt"), "1\n00:00:00,500 --> 00:00:01,500\nHello\n", StandardCharsets.UTF_8);
+        ServerControl.setConverterFFMpegPath("/usr/bin/ffmpeg");
+        writeFolders(entry("Routes", "DiskFolder", dir));
+        Map<String, String> ids = new HashMap<>();
+        Map<String, Object>[] a = new Map[1];
+        waitFor(() -> {
+            try {
+                String section = (String) named(list(json("/api/library"), "sections"), "Routes").get("id");
+                for (Map<String, Object> item : list(json("/api/sections/" + section), "items"))
+                    ids.put((String) item.get("name"), (String) item.get("id"));
+                a[0] = named(list(json("/api/sections/" + section), "items"), "a");
+                return ids.size() == 3 && a[0].get("duration") != null;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 15000, "metadata probed in the background");
+        equal(160.0, a[0].get("width"), "width from ffprobe");
+        equal("h264", a[0].get("videoCodec"), "codec from ffprobe");
+        List<Map<String, Object>> subs = list(a[0], "subtitles");
+        equal(1, subs.size(), "the sidecar listed");
+        equal("/subtitles/" + ids.get("a") + "/0.vtt", subs.get(0).get("url"), "subtitle url");
+
+        HttpResponse<byte[]> vtt = send("GET", "/subtitles/" + ids.get("a") + "/0.vtt");
+        equal(200, vtt.statusCode(), "subtitle track");
+        check(header(vtt, "Content-Type").startsWith("text/vtt"), "WebVTT type");
+        String text = new String(vtt.body(), StandardCharsets.UTF_8);
+        check(text.startsWith("WEBVTT") && text.contains("Hello"), "WebVTT text: " + text);
+        equal(404, send("GET", "/subtitles/" + ids.get("a") + "/1.vtt").statusCode(), "no second track");
+
+        HttpResponse<byte[]> jpeg = send("GET", "/thumbnails/" + ids.get("a") + ".jpg");
+        equal(200, jpeg.statusCode(), "thumbnail");
+        equal("image/jpeg", header(jpeg, "Content-Type"), "thumbnail type");
+        check(jpeg.body().length > 100 && (jpeg.body()[0] & 0xff) == 0xff && (jpeg.body()[1] & 0xff) == 0xd8, "a JPEG");
+
+        HttpResponse<byte[]> m3u8 = send("GET", "/hls/" + ids.get("a") + "/index.m3u8");
+        equal(200, m3u8.statusCode(), "HLS playlist");
+        equal("application/vnd.apple.mpegurl", header(m3u8, "Content-Type"), "playlist type");
+        check(new String(m3u8.body(), StandardCharsets.UTF_8).contains("0.ts"), "relative segment names");
+        HttpResponse<byte[]> ts = send("GET", "/hls/" + ids.get("a") + "/0.ts");
+        equal(200, ts.statusCode(), "first segment");
+        equal("video/mp2t", header(ts, "Content-Type"), "segment type");
+        check(ts.body().length > 188 && ts.body()[0] == 0x47, "an MPEG-TS segment");
+        equal(404, send("GET", "/hls/" + ids.get("a") + "/999.ts").statusCode(), "segment past the end");
+
+        equal(200, send("GET", "/hls/" + ids.get("b") + "/index.m3u8").statusCode(), "second conversion");
+        HttpResponse<byte[]> busy = send("GET", "/hls/" + ids.get("c") + "/0.ts");
+        equal(503, busy.statusCode(), "a third conversion waits");
+        equal("10", header(busy, "Retry-After"), "retry advice");
+        ServerControl.stopServer();
+        port = ServerControl.startServer();
+        equal(200, send("GET", "/hls/" + ids.get("c") + "/0.ts").statusCode(), "room again after a stop");
     }
 
     static void testSilentAndSlowClientsBlockNobody() throws Exception {
