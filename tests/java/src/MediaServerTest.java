@@ -440,6 +440,30 @@ public final class MediaServerTest {
         equal(200, send("GET", "/hls/" + ids.get("c") + "/0.ts").statusCode(), "room again after a stop");
     }
 
+    /** A large folder file is shown a page at a time, and the API streams every section. */
+    static void testLargeFolderFilesArePaged() throws Exception {
+        String[] entries = new String[450];
+        for (int i = 0; i < entries.length; i++)
+            entries[i] = entry("Entry " + i + ";", "DiskFolder", shared.resolve("missing " + i));
+        writeFolders(entries);
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").stream().filter(s -> s.get("kind").equals("folder"))
+                        .count() == 450;
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "450 sections in the API");
+        String first = new String(send("GET", "/status").body(), StandardCharsets.UTF_8);
+        check(first.contains("1&ndash;200 of 450") && first.contains("Entry 199;") && !first.contains("Entry 200;")
+                && first.contains("/status?page=1"), "first page of 200: " + first.length());
+        String last = new String(send("GET", "/status?page=2").body(), StandardCharsets.UTF_8);
+        check(last.contains("Entry 449;") && !last.contains("Entry 399;") && last.contains("Page 3 of 3"), "last page");
+        check(new String(send("GET", "/status?page=99").body(), StandardCharsets.UTF_8).contains("Entry 449;"),
+                "a page past the end shows the last");
+        writeFolders();
+    }
+
     static void testSilentAndSlowClientsBlockNobody() throws Exception {
         List<Socket> half = new ArrayList<>();
         equal(200, send("GET", "/status").statusCode(), "a first request");

@@ -3,7 +3,10 @@ package com.brookfen.quillon.http;
 import org.eclipse.jetty.http.HttpContent;
 import org.eclipse.jetty.server.ResourceService;
 
+import java.io.BufferedWriter;
 import java.io.IOException;
+import java.io.OutputStreamWriter;
+import java.io.Writer;
 import java.nio.charset.StandardCharsets;
 import java.util.function.Supplier;
 import javax.servlet.ServletException;
@@ -26,9 +29,22 @@ final class Answers {
         }
     }
 
-    static void json(HttpServletRequest request, HttpServletResponse response, String body) throws IOException {
+    /** A document written straight to the client as it is made. */
+    interface Document {
+        void write(Writer out) throws IOException;
+    }
+
+    static void json(HttpServletRequest request, HttpServletResponse response, Document body) throws IOException {
         response.setHeader("Cache-Control", "no-cache");
-        text(request, response, HttpServletResponse.SC_OK, "application/json; charset=utf-8", body);
+        response.setStatus(HttpServletResponse.SC_OK);
+        response.setContentType("application/json; charset=utf-8");
+        if ("HEAD".equals(request.getMethod())) {
+            return;
+        }
+        Writer out = new BufferedWriter(new OutputStreamWriter(response.getOutputStream(), StandardCharsets.UTF_8),
+                16 * 1024);
+        body.write(out);
+        out.flush();
     }
 
     static void notFound(HttpServletRequest request, HttpServletResponse response) throws IOException {

@@ -23,7 +23,7 @@ final class ApiServlet extends HttpServlet {
         String rest = request.getPathInfo();
         Snapshot snapshot = site.library().snapshot();
         if ("/library".equals(rest)) {
-            Answers.json(request, response, LibraryJson.library(snapshot, site.media()));
+            Answers.json(request, response, out -> LibraryJson.library(out, snapshot, site.media()));
             return;
         }
         String[] parts = rest == null ? new String[0] : rest.split("/", -1);
@@ -37,7 +37,8 @@ final class ApiServlet extends HttpServlet {
             Answers.notFound(request, response);
             return;
         }
-        Answers.json(request, response, LibraryJson.folder(folder, site.media()));
+        Folder found = folder;
+        Answers.json(request, response, out -> LibraryJson.folder(out, found, site.media()));
     }
 
     @Override

@@ -9,27 +9,31 @@ import com.brookfen.quillon.media.MediaServices;
 import com.brookfen.quillon.server.Json;
 import com.brookfen.quillon.subtitles.SubtitleTrack;
 
+import java.io.IOException;
+import java.io.Writer;
 import java.util.List;
 
-/** The library API's documents. Metadata not probed yet is null, never waited for. */
+/**
+ * The library API's documents, written out as they are made (a large library is never
+ * held whole as text). Metadata not probed yet is null, never waited for.
+ */
 final class LibraryJson {
     private LibraryJson() {
     }
 
-    static String library(Snapshot snapshot, MediaServices media) {
-        StringBuilder sb = new StringBuilder(256).append("{\"sections\":[");
+    static void library(Writer sb, Snapshot snapshot, MediaServices media) throws IOException {
+        sb.append("{\"sections\":[");
         String comma = "";
         for (Section s : snapshot.sections) {
             sb.append(comma).append("{\"id\":").append(Json.quote(s.id)).append(",\"name\":").append(Json.quote(s.name))
-                    .append(",\"kind\":").append(Json.quote(s.kind)).append(",\"count\":").append(s.top.count).append('}');
+                    .append(",\"kind\":").append(Json.quote(s.kind)).append(",\"count\":").append(String.valueOf(s.top.count)).append('}');
             comma = ",";
         }
-        return sb.append("],\"style\":{\"fontFamily\":").append(Json.quote(media.settings().fontFamily()))
-                .append(",\"fontSize\":").append(media.settings().fontSize()).append("}}").toString();
+        sb.append("],\"style\":{\"fontFamily\":").append(Json.quote(media.settings().fontFamily()))
+                .append(",\"fontSize\":").append(String.valueOf(media.settings().fontSize())).append("}}");
     }
 
-    static String folder(Folder folder, MediaServices media) {
-        StringBuilder sb = new StringBuilder(512 + 512 * folder.items.size());
+    static void folder(Writer sb, Folder folder, MediaServices media) throws IOException {
         sb.append("{\"id\":").append(Json.quote(folder.id)).append(",\"name\":").append(Json.quote(folder.name))
                 .append(",\"folders\":[");
         String comma = "";
@@ -45,20 +49,20 @@ final class LibraryJson {
             item(sb, i, media);
             comma = ",";
         }
-        return sb.append("]}").toString();
+        sb.append("]}");
     }
 
-    static void item(StringBuilder sb, Item item, MediaServices media) {
+    static void item(Writer sb, Item item, MediaServices media) throws IOException {
         MediaInfo info = media.metadata().cached(item.file, item.size, item.modified);
         String id = item.id;
         sb.append("{\"id\":").append(Json.quote(id)).append(",\"name\":").append(Json.quote(item.name))
-                .append(",\"size\":").append(item.size)
+                .append(",\"size\":").append(String.valueOf(item.size))
                 .append(",\"duration\":").append(number(info == null ? null : info.duration))
-                .append(",\"width\":").append(info == null ? null : info.width)
-                .append(",\"height\":").append(info == null ? null : info.height)
+                .append(",\"width\":").append(String.valueOf(info == null ? null : info.width))
+                .append(",\"height\":").append(String.valueOf(info == null ? null : info.height))
                 .append(",\"videoCodec\":").append(Json.quote(info == null ? null : info.videoCodec))
                 .append(",\"audioCodec\":").append(Json.quote(info == null ? null : info.audioCodec))
-                .append(",\"directPlay\":").append(MediaInfo.directPlay(item.fileName(), info))
+                .append(",\"directPlay\":").append(String.valueOf(MediaInfo.directPlay(item.fileName(), info)))
                 .append(",\"stream\":\"/media/").append(id).append('"')
                 .append(",\"hls\":\"/hls/").append(id).append("/index.m3u8\"")
                 .append(",\"thumbnail\":\"/thumbnails/").append(id).append(".jpg\"")
@@ -68,8 +72,8 @@ final class LibraryJson {
             SubtitleTrack t = tracks.get(n);
             sb.append(n == 0 ? "" : ",").append("{\"label\":").append(Json.quote(t.label()))
                     .append(",\"language\":").append(Json.quote(t.language()))
-                    .append(",\"url\":\"/subtitles/").append(id).append('/').append(n).append(".vtt\"")
-                    .append(",\"embedded\":").append(t.embedded()).append('}');
+                    .append(",\"url\":\"/subtitles/").append(id).append('/').append(String.valueOf(n)).append(".vtt\"")
+                    .append(",\"embedded\":").append(String.valueOf(t.embedded())).append('}');
         }
         sb.append("]}");
     }

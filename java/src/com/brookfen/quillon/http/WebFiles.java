@@ -100,7 +100,7 @@ final class WebFiles extends HttpServlet {
         if (page == null) {
             if (path.equals("/") || path.equals("/index.html")) {
                 Answers.text(request, response, HttpServletResponse.SC_OK, "text/html; charset=utf-8",
-                        site.statusPage().get());
+                        site.statusPage().apply(0));
             } else {
                 Answers.notFound(request, response);
             }
@@ -138,8 +138,13 @@ final class WebFiles extends HttpServlet {
         @Override
         protected void doGet(HttpServletRequest request, HttpServletResponse response) throws IOException {
             response.setHeader("Cache-Control", "no-cache");
+            int page = 0;
+            String asked = request.getParameter("page");
+            if (asked != null && asked.matches("\\d{1,7}")) {
+                page = Integer.parseInt(asked);
+            }
             Answers.text(request, response, HttpServletResponse.SC_OK, "text/html; charset=utf-8",
-                    site.statusPage().get());
+                    site.statusPage().apply(page));
         }
 
         @Override

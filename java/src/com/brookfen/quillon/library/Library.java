@@ -21,6 +21,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.TimeUnit;
+import java.util.function.Supplier;
 
 /**
  * The shared folders, shared playlists and the conversion output as sections of videos.
@@ -38,6 +39,7 @@ public final class Library implements AutoCloseable {
     }
 
     private final Path appFolder;
+    private final Supplier<List<LibraryFolders.Entry>> folderFile;
     private final Object lock = new Object();
     private volatile Snapshot current;
 
@@ -54,7 +56,14 @@ public final class Library implements AutoCloseable {
     private Thread thread;
 
     public Library(Path appFolder) {
+        this(appFolder, () -> appFolder == null ? List.of()
+                : LibraryFolders.read(appFolder.toFile(), LibraryFolders.FOLDERS_FILE));
+    }
+
+    /** A library whose "folders.txt" entries come from the given reader. */
+    public Library(Path appFolder, Supplier<List<LibraryFolders.Entry>> folderFile) {
         this.appFolder = appFolder;
+        this.folderFile = folderFile;
     }
 
     /** The current library, scanned now when there is none yet. */
@@ -217,7 +226,7 @@ public final class Library implements AutoCloseable {
         if (appFolder == null) {
             return new ArrayList<>();
         }
-        for (LibraryFolders.Entry e : LibraryFolders.read(appFolder.toFile(), LibraryFolders.FOLDERS_FILE)) {
+        for (LibraryFolders.Entry e : folderFile.get()) {
             if (e.location == null || e.location.isEmpty() || e.name == null) {
                 continue;
             }

@@ -24,6 +24,7 @@ import java.util.concurrent.TimeUnit;
  */
 public final class ServerCore {
     public static final int STANDARD_PORT = 45631;
+    public static final int STATUS_PAGE_ENTRIES = 200;
     /** Leave unset to listen on every interface; tests pin it to 127.0.0.1. */
     public static final String BIND_ADDRESS_PROPERTY = "quillon.bind.address";
     private static final int RESCAN_SECONDS = 60;
@@ -33,6 +34,7 @@ public final class ServerCore {
     private final LogBook logs = new LogBook(LogBook.DEFAULT_LIMIT);
     private final Converter converter = new Converter(logs);
     private final MediaServices media = new MediaServices(logs);
+    private final FolderFileCache folderFiles = new FolderFileCache();
     private final List<Runnable> stateListeners = new CopyOnWriteArrayList<>();
 
     private volatile File appFolder;
@@ -69,7 +71,9 @@ public final class ServerCore {
     /** The library of the application folder's shared folders, following changes once started. */
     public synchronized Library library() {
         if (library == null) {
-            library = new Library(appFolder == null ? null : appFolder.toPath());
+            File folder = appFolder;
+            library = new Library(folder == null ? null : folder.toPath(),
+                    () -> folderFiles.read(folder, LibraryFolders.FOLDERS_FILE));
         }
         return library;
     }
@@ -308,8 +312,16 @@ public final class ServerCore {
         }
     }
 
-    /** The human-readable state of the server. */
+    /** The human-readable state of the server, its first page. */
     public String statusPage() {
+        return statusPage(0);
+    }
+
+    /**
+     * One page of the human-readable state: the folder lists show STATUS_PAGE_ENTRIES
+     * entries each, so that a huge folder file never becomes a huge page.
+     */
+    public String statusPage(int page) {
         StringBuilder sb = new StringBuilder(1024);
         String name = html(computerName);
         sb.append("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Quillon Server on ")
@@ -319,9 +331,22 @@ public final class ServerCore {
         sb.append("<p>State: ").append(port > 0 ? "running on port " + port : "stopped").append("</p>\n");
         sb.append("<p>Library: <a href=\"/api/library\">/api/library</a> (JSON; each section at"
                 + " /api/sections/{id})</p>\n");
-        listFolders(sb, "Shared folders", LibraryFolders.read(appFolder, LibraryFolders.FOLDERS_FILE));
-        listFolders(sb, "Conversion folders",
-                LibraryFolders.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE));
+        List<LibraryFolders.Entry> shared = folderFiles.read(appFolder, LibraryFolders.FOLDERS_FILE);
+        List<LibraryFolders.Entry> conversion = folderFiles.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE);
+        int pages = (Math.max(shared.size(), conversion.size()) + STATUS_PAGE_ENTRIES - 1) / STATUS_PAGE_ENTRIES;
+        page = Math.max(0, Math.min(page, pages - 1));
+        listFolders(sb, "Shared folders", shared, page);
+        listFolders(sb, "Conversion folders", conversion, page);
+        if (pages > 1) {
+            sb.append("<p>Page ").append(page + 1).append(" of ").append(pages);
+            if (page > 0) {
+                sb.append(" <a href=\"/status?page=").append(page - 1).append("\">Previous</a>");
+            }
+            if (page + 1 < pages) {
+                sb.append(" <a href=\"/status?page=").append(page + 1).append("\">Next</a>");
+            }
+            sb.append("</p>\n");
+        }
         sb.append("<h2>Conversion</h2>\n<p>");
         String converting = converter.currentName();
         sb.append(converting == null ? "Nothing is being converted." : "Converting " + html(converting) + ".");
@@ -329,14 +354,20 @@ public final class ServerCore {
         return sb.toString();
     }
 
-    private static void listFolders(StringBuilder sb, String title, List<LibraryFolders.Entry> entries) {
+    private static void listFolders(StringBuilder sb, String title, List<LibraryFolders.Entry> entries, int page) {
         sb.append("<h2>").append(title).append("</h2>\n");
         if (entries.isEmpty()) {
             sb.append("<p>None.</p>\n");
             return;
         }
+        int from = Math.min(entries.size(), page * STATUS_PAGE_ENTRIES);
+        int to = Math.min(entries.size(), from + STATUS_PAGE_ENTRIES);
+        if (entries.size() > STATUS_PAGE_ENTRIES) {
+            sb.append("<p>").append(from + 1).append("&ndash;").append(to).append(" of ").append(entries.size())
+                    .append("</p>\n");
+        }
         sb.append("<ul>\n");
-        for (LibraryFolders.Entry e : entries) {
+        for (LibraryFolders.Entry e : entries.subList(from, to)) {
             sb.append("<li>").append(html(e.name));
             if (e.type != null && !e.type.equals("DiskFolder")) {
                 sb.append(" (playlist)");
