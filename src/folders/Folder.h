@@ -34,7 +34,8 @@ public:
     static QString alternativeApplicationFolderName();
     static QString alternativeFoldersFileName();
 
-    // Overwrites the folders file in place; failures are silent.
+    // Replaces the folders file at once; a failure keeps the old file and is
+    // reported to SaveFailures.
     static void saveFolders(const QList<Folder> &folders);
     // The folders file's records in file order; a broken file is no folders.
     static QList<Folder> loadFolders();

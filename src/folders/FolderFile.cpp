@@ -1,7 +1,11 @@
 #include "folders/FolderFile.h"
 
+#include "platform/SaveFailures.h"
+
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
 #include <QStringDecoder>
 
 JsonObject FolderFile::folderObject(const QString &name, const char *type, const QString &location,
@@ -31,11 +35,22 @@ void FolderFile::write(const QString &folder, const QString &fileName, JsonArray
     document.insert(QStringLiteral("folders"), JsonValue(std::move(folders)));
     const QByteArray bytes = jsonStringValue(document).toUtf8();
 
-    // In place, not through a temporary file: the Java server holds this path.
-    QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // A temporary file renamed over the old one: a failed or interrupted save
+    // leaves the user's list as it was. The Java server opens the file by
+    // name for each read, so it sees either the old list or the new one.
+    QSaveFile file(fileName);
+    // Flushed here: Qt 6.4's commit() replaces the file even when its own
+    // final flush failed (a full disk, a file size limit).
+    const bool written = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+    if (!written)
+        file.cancelWriting();
+    if (file.commit() && written) {
+        SaveFailures::saved(fileName);
         return;
-    file.write(bytes);
+    }
+    const QFileInfo parent(folder);
+    SaveFailures::failed(fileName, parent.exists() && !parent.isDir() ? QStringLiteral("%1 is not a folder").arg(folder)
+                                                                      : file.errorString());
 }
 
 std::optional<QString> FolderFile::read(const QString &fileName)

@@ -21,8 +21,9 @@ inline bool sameString(const QString &a, const QString &b)
 // at the first one missing.
 JsonObject folderObject(const QString &name, const char *type, const QString &location, const QString &folderId);
 
-// Creates the application folder and writes {"folders": array} as UTF-8 over
-// the file in place. Errors are ignored: the previous file stays.
+// Creates the application folder and writes {"folders": array} as UTF-8
+// through a temporary file renamed over the old one. A failure leaves the
+// previous file and is reported to SaveFailures.
 void write(const QString &folder, const QString &fileName, JsonArray folders);
 
 // The text of the file, or nothing when it cannot be read as UTF-8.

@@ -1,10 +1,28 @@
 #include "platform/Defaults.h"
 
+#include "platform/SaveFailures.h"
+
 #include <QDir>
+#include <QFileDevice>
+#include <QFileInfo>
 #include <QSettings>
 #include <QTextStream>
 
 namespace {
+
+// A line this version cannot read (a type a later version writes, a damaged
+// value, a comment): written back as it stands, and absent to every reader.
+struct UnreadLine {
+    QString text;
+};
+
+// Lines without a key are kept under names no key can have.
+const QString kUnreadPrefix = QStringLiteral("\u0001unread ");
+
+bool isUnread(const QVariant &value)
+{
+    return value.metaType() == QMetaType::fromType<UnreadLine>();
+}
 
 // One "key=type:value" line per key. QSettings' own INI format reads every
 // integer and boolean back as a string; this one keeps the type.
@@ -93,8 +111,10 @@ QVariant decodeValue(QStringView text)
         const double v = body.toDouble(&ok);
         return ok ? QVariant(v) : QVariant();
     }
-    if (type == QLatin1String("bytes"))
-        return QByteArray::fromBase64(body.toLatin1());
+    if (type == QLatin1String("bytes")) {
+        auto decoded = QByteArray::fromBase64Encoding(body.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+        return decoded ? QVariant(*decoded) : QVariant();
+    }
     if (type == QLatin1String("string"))
         return unescape(body);
     return QVariant();
@@ -105,15 +125,19 @@ bool readFile(QIODevice &device, QSettings::SettingsMap &map)
     QTextStream in(&device);
     in.setEncoding(QStringConverter::Utf8);
     QString line;
+    int unread = 0;
     while (in.readLineInto(&line)) {
+        if (line.isEmpty())
+            continue;
         qsizetype eq = line.indexOf(QLatin1Char('='));
         while (eq > 0 && line.at(eq - 1) == QLatin1Char('\\'))
             eq = line.indexOf(QLatin1Char('='), eq + 1);
-        if (eq <= 0 || line.startsWith(QLatin1Char('#')))
+        if (eq <= 0 || line.startsWith(QLatin1Char('#'))) {
+            map.insert(kUnreadPrefix + QString::number(unread++), QVariant::fromValue(UnreadLine{line}));
             continue;
+        }
         const QVariant value = decodeValue(QStringView(line).mid(eq + 1));
-        if (value.isValid())
-            map.insert(unescape(QStringView(line).left(eq)), value);
+        map.insert(unescape(QStringView(line).left(eq)), value.isValid() ? value : QVariant::fromValue(UnreadLine{line}));
     }
     return true;
 }
@@ -123,12 +147,19 @@ bool writeFile(QIODevice &device, const QSettings::SettingsMap &map)
     QTextStream out(&device);
     out.setEncoding(QStringConverter::Utf8);
     for (auto it = map.cbegin(); it != map.cend(); ++it) {
+        if (isUnread(it.value())) {
+            out << it.value().value<UnreadLine>().text << '\n';
+            continue;
+        }
         QString key = escape(it.key());
         key.replace(QLatin1Char('='), QLatin1String("\\="));
         out << key << '=' << encodeValue(it.value()) << '\n';
     }
     out.flush();
-    return out.status() == QTextStream::Ok;
+    // QSettings commits its QSaveFile without checking the final flush (Qt
+    // 6.4), which would put a cut-off file in place of the old one.
+    auto *file = qobject_cast<QFileDevice *>(&device);
+    return out.status() == QTextStream::Ok && (!file || file->flush());
 }
 
 QSettings::Format typedFormat()
@@ -180,12 +211,13 @@ QString Defaults::fileName() const
 
 QVariant Defaults::objectForKey(const QString &key) const
 {
-    return m_settings->value(key);
+    const QVariant value = m_settings->value(key);
+    return isUnread(value) ? QVariant() : value;
 }
 
 bool Defaults::contains(const QString &key) const
 {
-    return m_settings->contains(key);
+    return objectForKey(key).isValid();
 }
 
 bool Defaults::boolForKey(const QString &key) const
@@ -231,7 +263,7 @@ void Defaults::setObject(const QVariant &value, const QString &key)
         return;
     }
     m_settings->setValue(key, value);
-    m_settings->sync();
+    save();
 }
 
 void Defaults::setBool(bool value, const QString &key) { setObject(QVariant(value), key); }
@@ -241,6 +273,39 @@ void Defaults::setString(const QString &value, const QString &key) { setObject(Q
 
 void Defaults::removeObjectForKey(const QString &key)
 {
+    // A line this version could not read stays: the key was absent to us.
+    if (!contains(key))
+        return;
     m_settings->remove(key);
+    save();
+}
+
+void Defaults::save()
+{
+    // QSettings writes through a temporary file renamed over the old one.
     m_settings->sync();
+    if (m_settings->status() == QSettings::NoError) {
+        SaveFailures::saved(fileName());
+        return;
+    }
+    // QSettings keeps its first error for good; a fresh copy tells whether
+    // the file can be written again (the folder may have been repaired).
+    // (Both share QSettings' cache of the file: take the values out first.)
+    QList<std::pair<QString, QVariant>> values;
+    const QStringList keys = m_settings->allKeys();
+    for (const QString &key : keys)
+        values.append({key, m_settings->value(key)});
+    auto fresh = std::make_unique<QSettings>(fileName(), typedFormat());
+    fresh->clear();
+    for (const auto &[key, value] : std::as_const(values))
+        fresh->setValue(key, value);
+    fresh->sync();
+    if (fresh->status() == QSettings::NoError) {
+        m_settings = std::move(fresh);
+        SaveFailures::saved(fileName());
+        return;
+    }
+    const QFileInfo folder(QFileInfo(fileName()).absolutePath());
+    SaveFailures::failed(fileName(), folder.exists() && !folder.isDir() ? QStringLiteral("%1 is not a folder").arg(folder.filePath())
+                                                                        : QStringLiteral("the file or its folder is not writable"));
 }

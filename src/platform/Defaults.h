@@ -9,7 +9,10 @@ class QSettings;
 // The user's preferences store. A key is either absent or holds a value that
 // keeps its type (boolean, integer, number, string, bytes) across processes.
 // The file is $XDG_CONFIG_HOME/Quillon/QuillonServer.conf (default
-// ~/.config); every write reaches the disk before the setter returns.
+// ~/.config); every write reaches the disk before the setter returns, through
+// a temporary file renamed over the old one. Lines this version cannot read
+// are absent to it and written back as they stand. A failed write is
+// reported to SaveFailures; the value is still kept for this run.
 class Defaults
 {
 public:
@@ -44,5 +47,7 @@ public:
     void removeObjectForKey(const QString &key);
 
 private:
+    void save();
+
     std::unique_ptr<QSettings> m_settings;
 };

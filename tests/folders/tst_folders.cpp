@@ -1,11 +1,15 @@
 #include "folders/ConversionFolder.h"
 #include "folders/Folder.h"
+#include "platform/SaveFailures.h"
+#include "platform/SystemLog.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <csignal>
 #include <memory>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -47,7 +51,7 @@ private slots:
     void savedBytesAndRoundTrip();
     void lenientLoading();
     void earlierProductFallback();
-    void saveOverwritesInPlaceAndFailsSilently();
+    void saveReplacesWholeFileAndReportsFailures();
     void conversionFolders();
 
 private:
@@ -148,25 +152,50 @@ void TestFolders::earlierProductFallback()
     QVERIFY(ConversionFolder::loadFolders().isEmpty());
 }
 
-void TestFolders::saveOverwritesInPlaceAndFailsSilently()
+void TestFolders::saveReplacesWholeFileAndReportsFailures()
 {
     const QList<Folder> longList = {folder(u"One"_s, Folder::DiskFolder, u"/one/with/a/rather/long/path"_s, u"1"_s),
                                     folder(u"Two"_s, Folder::DiskFolder, u"/two/with/a/rather/long/path"_s, u"2"_s)};
     Folder::saveFolders(longList);
-    // A second name for the same file sees the new text: the file is
-    // rewritten, not replaced, and a shorter text leaves no tail.
-    const QString alias = m_home->path() + u"/alias.txt"_s;
-    QCOMPARE(::link(QFile::encodeName(Folder::foldersFileName()).constData(), QFile::encodeName(alias).constData()), 0);
-    Folder::saveFolders({});
-    QCOMPARE(readFile(alias), kEmptyFile);
+    const QByteArray saved = readFile(Folder::foldersFileName());
+    QStringList log;
+    SystemLog::setSink([&](const QString &line) { log << line; });
 
-    // A file in the application folder's place: nothing written, nothing crashes, nothing loads.
+    // A save that cannot be completed (here: files may not grow beyond 100
+    // bytes) leaves the previous list whole.
+    ::signal(SIGXFSZ, SIG_IGN);
+    rlimit before;
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit small = before;
+    small.rlim_cur = 100;
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    Folder::saveFolders(longList + longList);
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    QCOMPARE(readFile(Folder::foldersFileName()), saved);
+    QCOMPARE(log.size(), 1);
+
+    // A file in the application folder's place: one line per file on its
+    // first failure, nothing written, nothing crashes, nothing loads.
     QVERIFY(QDir(appFolder()).removeRecursively());
     writeFile(appFolder(), "in the way");
-    Folder::saveFolders(longList);
-    ConversionFolder::saveFolders({});
+    for (int i = 0; i < 2; ++i) {
+        Folder::saveFolders(longList);
+        ConversionFolder::saveFolders({});
+    }
     QCOMPARE(readFile(appFolder()), QByteArray("in the way"));
     QVERIFY(Folder::loadFolders().isEmpty() && ConversionFolder::loadFolders().isEmpty());
+    QCOMPARE(log.size(), 2);
+    QVERIFY2(log.last().startsWith(u"Can't save %1: %2 is not a folder"_s.arg(ConversionFolder::foldersFileName(), appFolder())),
+             qPrintable(log.last()));
+    QCOMPARE(SaveFailures::instance().files(), (QSet<QString>{Folder::foldersFileName(), ConversionFolder::foldersFileName()}));
+
+    // Saved again once the folder can be made: the failure is over.
+    QVERIFY(QFile::remove(appFolder()));
+    Folder::saveFolders(longList);
+    ConversionFolder::saveFolders({});
+    SystemLog::setSink({});
+    QVERIFY(!SaveFailures::instance().any() && log.size() == 2);
+    QCOMPARE(Folder::loadFolders(), longList);
 }
 
 void TestFolders::conversionFolders()

@@ -1,12 +1,16 @@
 #include "platform/DelayedCall.h"
 #include "platform/Defaults.h"
 #include "platform/Resources.h"
+#include "platform/SaveFailures.h"
 #include "platform/SystemLog.h"
 
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <csignal>
+#include <sys/resource.h>
 
 static bool writeFile(const QString &path, const QByteArray &bytes)
 {
@@ -48,6 +52,8 @@ class TestPlatform : public QObject
 private slots:
     void defaultsKeepTypesAcrossProcesses();
     void defaultsAbsentAndConversions();
+    void defaultsKeepLinesTheyCannotRead();
+    void defaultsReportFailedSaves();
     void delayedCallsRunAndCancelPerTarget();
     void resourcesAndInfo();
 };
@@ -99,6 +105,90 @@ void TestPlatform::defaultsAbsentAndConversions()
     QVERIFY(!broken.contains(QStringLiteral("A")) && !broken.contains(QStringLiteral("C")));
     QCOMPARE(broken.objectForKey(QStringLiteral("B")), QVariant(qlonglong(5)));
     QCOMPARE(broken.objectForKey(QStringLiteral("D")), QVariant(true));
+}
+
+static QStringList fileLines(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+                                       : QStringList();
+}
+
+void TestPlatform::defaultsKeepLinesTheyCannotRead()
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("store.conf"));
+    const QStringList unread = {"# written by hand", "FutureKey=uuid:1", "Count=int:47006abc", "Ratio=float:0.5",
+                                "Blob=bytes:!!!", "Flag=bool:maybe", "garbage"};
+    QVERIFY(writeFile(file, (unread.join(QLatin1Char('\n')) + QStringLiteral("\nPort=int:8080\n")).toUtf8()));
+    Defaults d(file);
+    for (const char *key : {"FutureKey", "Count", "Ratio", "Blob", "Flag"})
+        QVERIFY2(!d.contains(QString::fromLatin1(key)) && !d.objectForKey(QString::fromLatin1(key)).isValid(), key);
+    QCOMPARE(d.integerForKey(QStringLiteral("Port")), 8080);
+
+    // Rewrites keep every line as it stands; removing a key we could not
+    // read leaves its line, writing that key replaces it.
+    d.setInteger(1, QStringLiteral("New"));
+    d.removeObjectForKey(QStringLiteral("FutureKey"));
+    d.setInteger(5, QStringLiteral("Count"));
+    QStringList lines = fileLines(file);
+    for (const QString &line : unread)
+        QVERIFY2(lines.contains(line) != (line == QLatin1String("Count=int:47006abc")), qPrintable(lines.join(u'|')));
+    QVERIFY2(lines.contains(QStringLiteral("New=int:1")) && lines.contains(QStringLiteral("Count=int:5"))
+                 && lines.contains(QStringLiteral("Port=int:8080")) && lines.size() == unread.size() + 2,
+             qPrintable(lines.join(u'|')));
+    // Another process reads the same values.
+    Defaults again(file);
+    QVERIFY(!again.contains(QStringLiteral("FutureKey")) && again.integerForKey(QStringLiteral("Count")) == 5);
+}
+
+void TestPlatform::defaultsReportFailedSaves()
+{
+    QTemporaryDir dir;
+    QStringList log;
+    SystemLog::setSink([&](const QString &line) { log << line; });
+
+    // A save cut short (here: files may not grow beyond 100 bytes) leaves
+    // the previous file whole.
+    {
+        Defaults limited(dir.filePath(QStringLiteral("limited.conf")));
+        limited.setString(QStringLiteral("short"), QStringLiteral("s"));
+        const QStringList before = fileLines(limited.fileName());
+        ::signal(SIGXFSZ, SIG_IGN);
+        rlimit saved, small;
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+        small = saved;
+        small.rlim_cur = 100;
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        limited.setString(QString(300, QLatin1Char('x')), QStringLiteral("long"));
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+        QCOMPARE(fileLines(limited.fileName()), before);
+        QVERIFY(log.size() == 1 && SaveFailures::instance().any());
+        limited.removeObjectForKey(QStringLiteral("long"));
+        QVERIFY(!SaveFailures::instance().any());
+        log.clear();
+    }
+
+    QSignalSpy changed(&SaveFailures::instance(), &SaveFailures::changed);
+    // A file where the folder should be stops even root.
+    const QString blocker = dir.filePath(QStringLiteral("Quillon"));
+    QVERIFY(writeFile(blocker, "not a folder"));
+    const QString file = blocker + QStringLiteral("/QuillonServer.conf");
+    Defaults d(file);
+    d.setInteger(1, QStringLiteral("a"));
+    d.setInteger(2, QStringLiteral("b"));
+    QCOMPARE(log.size(), 1);
+    QVERIFY2(log.first().startsWith(QStringLiteral("Can't save %1: ").arg(file)), qPrintable(log.first()));
+    QVERIFY(SaveFailures::instance().files().contains(file) && changed.size() == 1);
+    QCOMPARE(SaveFailures::instance().message(), QStringLiteral("Settings cannot be saved"));
+    QCOMPARE(d.integerForKey(QStringLiteral("b")), 2); // kept for this run
+
+    // Once the folder can be made, the next change saves everything.
+    QVERIFY(QFile::remove(blocker));
+    d.setInteger(3, QStringLiteral("c"));
+    SystemLog::setSink({});
+    QVERIFY(!SaveFailures::instance().any() && changed.size() == 2 && log.size() == 1);
+    QCOMPARE(fileLines(file), QStringList({"a=int:1", "b=int:2", "c=int:3"}));
 }
 
 void TestPlatform::delayedCallsRunAndCancelPerTarget()
