@@ -1,15 +1,11 @@
-# The web player's files, packed into QuillonServer.jar under web/ (the page)
-# and web/vendor/ (hls.js with its licence). hls.js comes from the npm registry
-# at the version pinned in webvendor/package-lock.json, fetched once into the
-# build folder while configuring: add_jar wants its resources to exist then.
+# The web player's files for QuillonServer.jar: the page (web/*, flat) under
+# web/ and hls.js with its licence under web/vendor/. hls.js comes from the
+# npm registry at the version pinned in webvendor/package-lock.json, fetched
+# once into the build folder while configuring: add_jar wants its resources
+# to exist then. Sets QUILLON_WEB_RESOURCES for add_jar's RESOURCES.
 option(QUILLON_FETCH_HLSJS "Fetch hls.js with npm for the web player" ON)
 
-set(QUILLON_WEB_PAGE_FILES
-  ${CMAKE_CURRENT_SOURCE_DIR}/web/index.html
-  ${CMAKE_CURRENT_SOURCE_DIR}/web/style.css
-  ${CMAKE_CURRENT_SOURCE_DIR}/web/app.js
-  ${CMAKE_CURRENT_SOURCE_DIR}/web/player.js
-  ${CMAKE_CURRENT_SOURCE_DIR}/web/icon.svg)
+file(GLOB QUILLON_WEB_PAGE_FILES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/web/*)
 set(QUILLON_WEB_RESOURCES NAMESPACE web ${QUILLON_WEB_PAGE_FILES})
 
 set(_vendor_src ${CMAKE_CURRENT_SOURCE_DIR}/webvendor)

@@ -97,7 +97,8 @@ let credentials = sessionStorage.getItem(CREDENTIALS) === 'same-origin' ? 'same-
 
 async function request(path, mode) {
   try {
-    return await fetch(path, { headers: { Accept: 'application/json' }, cache: 'no-store', credentials: mode });
+    // From the origin: a page address with a user name in it would make fetch refuse.
+    return await fetch(location.origin + path, { headers: { Accept: 'application/json' }, cache: 'no-store', credentials: mode });
   } catch (error) {
     throw new Unreachable(String(error));
   }

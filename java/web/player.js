@@ -10,6 +10,9 @@
   const HLS_TYPE = 'application/vnd.apple.mpegurl';
   const SEEK_STEP = 10;
   const BUSY_RETRY_SECONDS = 10;
+  // "?player=hls.js" skips the browser's own HLS, for browsers whose native
+  // HLS misbehaves (and for trying the bundled player).
+  const FORCE_HLS_JS = new URLSearchParams(location.search).get('player') === 'hls.js';
 
   // ---- resume positions ----
 
@@ -171,7 +174,7 @@
     const { video, item } = state;
     if (state.hls) { state.hls.destroy(); state.hls = null; }
     if (!item.hls) { playerMessage('This video cannot be played in this browser.'); return; }
-    if (video.canPlayType(HLS_TYPE)) {
+    if (!FORCE_HLS_JS && video.canPlayType(HLS_TYPE)) {
       setPath('native-hls');
       video.src = item.hls;
       if (start > 0) video.addEventListener('loadedmetadata', () => { video.currentTime = start; }, { once: true });

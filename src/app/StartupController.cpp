@@ -11,6 +11,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
+#include <QDesktopServices>
 #include <QIcon>
 #include <QMenu>
 #include <QSystemTrayIcon>
@@ -24,6 +25,12 @@ StartupController::TrayProbe &trayProbe()
 {
     static StartupController::TrayProbe probe;
     return probe;
+}
+
+StartupController::UrlOpener &urlOpener()
+{
+    static StartupController::UrlOpener opener;
+    return opener;
 }
 
 // An image of the resource folder by name; a missing one adds nothing.
@@ -84,6 +91,9 @@ void StartupController::buildMenu()
     m_stopAction = m_statusMenu->addAction(tr("S&top Server"));
     m_stopAction->setObjectName(QStringLiteral("stopServer"));
     connect(m_stopAction, &QAction::triggered, this, &StartupController::stopServerClicked);
+    m_webPlayerAction = m_statusMenu->addAction(tr("Open &Web Player"));
+    m_webPlayerAction->setObjectName(QStringLiteral("openWebPlayer"));
+    connect(m_webPlayerAction, &QAction::triggered, this, &StartupController::openWebPlayerClicked);
     m_statusMenu->addSeparator();
     QAction *quit = m_statusMenu->addAction(tr("&Quit Quillon Server"));
     quit->setObjectName(QStringLiteral("quit"));
@@ -126,6 +136,8 @@ void StartupController::updateMenuState(bool running)
         m_startAction->setEnabled(!running);
     if (m_stopAction)
         m_stopAction->setEnabled(running);
+    if (m_webPlayerAction)
+        m_webPlayerAction->setEnabled(running);
 }
 
 void StartupController::updateIcon()
@@ -220,6 +232,24 @@ void StartupController::stopServerClicked()
 {
     if (Server *facade = server())
         facade->setRunning(false);
+}
+
+void StartupController::setUrlOpener(UrlOpener opener)
+{
+    urlOpener() = std::move(opener);
+}
+
+void StartupController::openWebPlayerClicked()
+{
+    Server *facade = server();
+    if (!facade)
+        return;
+    // A browser that cannot be started is not reported.
+    const QUrl url = facade->localWebPlayerUrl();
+    if (urlOpener())
+        urlOpener()(url);
+    else
+        QDesktopServices::openUrl(url);
 }
 
 void StartupController::quitClicked()

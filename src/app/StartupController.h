@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QUrl>
 
 #include <functional>
 
@@ -41,7 +42,14 @@ public:
     void showAbout();
     void startServerClicked();
     void stopServerClicked();
+    // Opens the web player of the running server in the desktop's browser.
+    void openWebPlayerClicked();
     void quitClicked();
+
+    // Opens URLs in the user's browser; tests put their own opener here. An
+    // empty function restores QDesktopServices::openUrl.
+    using UrlOpener = std::function<bool(const QUrl &)>;
+    static void setUrlOpener(UrlOpener opener);
 
     // The settings facade, created on first use; nullptr once the
     // application has ended.
@@ -74,6 +82,7 @@ private:
     WindowController *m_mainWindowController = nullptr;
     QAction *m_startAction = nullptr;
     QAction *m_stopAction = nullptr;
+    QAction *m_webPlayerAction = nullptr;
     QTimer *m_trayCheck = nullptr;
     QString m_iconName;
     bool m_trayWasAvailable = false;

@@ -424,9 +424,11 @@ void MainWindowController::bindServerTab()
                 box->setChecked(server()->listenOnCustomPort());
             if (auto *field = child<QLineEdit>("customPortField"))
                 field->setEnabled(server()->listenOnCustomPort());
+            updateWebPlayerAddress();
         });
         connect(facade, &Server::customPortChanged, this, [this] {
             updateCustomPortField();
+            updateWebPlayerAddress();
             emit customPortChanged();
         });
         connect(facade, &Server::requiresPasswordChanged, this, &MainWindowController::updatePasswordFields);
@@ -458,6 +460,24 @@ void MainWindowController::updateRunningState()
         button->setText(running ? tr("Stop Server") : tr("Start Server"));
         button->setEnabled(facade != nullptr);
     }
+    m_serverRunning = running;
+    updateWebPlayerAddress();
+}
+
+void MainWindowController::updateWebPlayerAddress()
+{
+    auto *label = child<QLabel>("webPlayerAddressLabel");
+    Server *facade = server();
+    if (!label || !facade)
+        return;
+    const QString url = facade->webPlayerUrl().toString().toHtmlEscaped();
+    const QString link = QStringLiteral("<a href=\"%1\">%1</a>").arg(url);
+    // The state the running poll last told, rather than one more question to Java.
+    const bool running = m_serverRunning;
+    label->setText(running ? tr("Other devices in your home can watch at %1").arg(link)
+                           : tr("Once the server runs, other devices in your home can watch at %1").arg(link));
+    // Nothing answers at the address while the server is stopped.
+    label->setEnabled(running);
 }
 
 void MainWindowController::updatePasswordFields()

@@ -118,6 +118,7 @@ private:
     void bindSubtitles();
     void bindSheets();
     void updateRunningState();
+    void updateWebPlayerAddress();
     void updateCustomPortField();
     void updatePasswordFields();
     void updateRemoteFields();
@@ -140,5 +141,6 @@ private:
     QString m_selectedTabId;
     QString m_changePasswordString;
     bool m_awake = false;
+    bool m_serverRunning = false;
     bool m_applicationQuitting = false;
 };

@@ -6,10 +6,13 @@
 #include "platform/DelayedCall.h"
 #include "platform/Resources.h"
 #include "platform/SystemLog.h"
+#include "server/LocalIP.h"
 #include "server/PasswordDigest.h"
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QRegularExpression>
+#include <QSysInfo>
 
 #include <cmath>
 #include <limits>
@@ -318,9 +321,39 @@ void Server::setCustomPort(int port)
 
 void Server::setDefaultPort()
 {
-    const int port = listenOnCustomPort() ? customPort() : kStandardPort;
     if (JNIServer *server = java())
-        server->setDefaultPort(port);
+        server->setDefaultPort(port());
+}
+
+int Server::port() const
+{
+    return listenOnCustomPort() ? customPort() : kStandardPort;
+}
+
+QUrl Server::localWebPlayerUrl() const
+{
+    return QUrl(QStringLiteral("http://localhost:%1/").arg(port()));
+}
+
+QUrl Server::webPlayerUrl() const
+{
+    QString host;
+    const QStringList addresses = LocalIP::localIPs();
+    if (!addresses.isEmpty()) {
+        host = addresses.first();
+    } else {
+        // A pretty name ("Anna's Laptop") is no host name.
+        static const QRegularExpression hostName(QStringLiteral("^[A-Za-z0-9]([A-Za-z0-9.-]*[A-Za-z0-9])?$"));
+        host = computerName();
+        if (!hostName.match(host).hasMatch())
+            host = QSysInfo::machineHostName();
+    }
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(host);
+    url.setPort(port());
+    url.setPath(QStringLiteral("/"));
+    return url;
 }
 
 bool Server::remoteSupportEnabled() const

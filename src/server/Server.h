@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 #include <QVariant>
 
 // The one object through which the user interface sees the streaming
@@ -87,6 +88,13 @@ public:
     int customPort() const; // a stored value below 1 reads as the standard port
     void setCustomPort(int port);
     void setDefaultPort(); // pushes the custom or the standard port
+    int port() const; // the custom port when chosen, else the standard one
+
+    // The web player: "http://localhost:port/" for this computer's browser,
+    // and the address other devices use (the first local address, else the
+    // computer name; a name that cannot be a host gives way to the host name).
+    QUrl localWebPlayerUrl() const;
+    QUrl webPlayerUrl() const;
     bool remoteSupportEnabled() const;
     void setRemoteSupportEnabled(bool enabled);
     bool portMappingEnabled() const;

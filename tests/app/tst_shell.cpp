@@ -14,6 +14,7 @@
 #include "preferences/MainWindowController.h"
 #include "preferences/StartAtLogin.h"
 #include "preferences/TabController.h"
+#include "server/LocalIP.h"
 #include "server/PasswordDigest.h"
 #include "server/Server.h"
 
@@ -26,6 +27,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -92,11 +94,11 @@ bool g_trayAvailable = true;
 
 QAction *menuAction(StartupController *c, const char *name) { return c->statusMenu()->findChild<QAction *>(name); }
 
-// The icon and the server entries that can be chosen: "mac-menu-on stopServer".
+// The icon and the server entries that can be chosen: "mac-menu-on stopServer openWebPlayer".
 QString trayState(StartupController *controller)
 {
     QString state = controller->iconName();
-    for (const char *entry : {"startServer", "stopServer"})
+    for (const char *entry : {"startServer", "stopServer", "openWebPlayer"})
         state += menuAction(controller, entry)->isEnabled() ? QLatin1Char(' ') + QLatin1String(entry) : QString();
     return state;
 }
@@ -246,7 +248,7 @@ private slots:
         for (QAction *action : fresh.statusMenu()->actions())
             if (!action->isSeparator())
                 names << action->objectName();
-        QCOMPARE(names, QStringList({"showPreferences", "showAbout", "startServer", "stopServer", "quit"}));
+        QCOMPARE(names, QStringList({"showPreferences", "showAbout", "startServer", "stopServer", "openWebPlayer", "quit"}));
         QCOMPARE(JNIServer::instance(), nullptr); // no Server, hence no JVM
         QCOMPARE(m_log.count(QStringLiteral("StartupController Dealloc")), 1);
     }
@@ -260,7 +262,7 @@ private slots:
         QCOMPARE(defaults().objectForKey("hasBeenRun"), QVariant(true));
         QCOMPARE(visibleWindows(kPreferencesTitle).size(), 1);
         QVERIFY(Server::instance()->isRunning()); // a fresh installation starts the server
-        QCOMPARE(trayState(m_controller.get()), QStringLiteral("mac-menu-on stopServer"));
+        QCOMPARE(trayState(m_controller.get()), QStringLiteral("mac-menu-on stopServer openWebPlayer"));
         QVERIFY(closePreferences(m_controller->mainWindowController()));
 
         {
@@ -291,11 +293,30 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(trayState(controller), QStringLiteral("mac-menu-off startServer"), 1500);
 
         menuAction(controller, "startServer")->trigger();
-        QCOMPARE(trayState(controller), QStringLiteral("mac-menu-on stopServer"));
+        QCOMPARE(trayState(controller), QStringLiteral("mac-menu-on stopServer openWebPlayer"));
         QCOMPARE(defaults().objectForKey("serverRunning"), QVariant(true));
         menuAction(controller, "stopServer")->trigger();
         QCOMPARE(defaults().objectForKey("serverRunning"), QVariant(false));
         QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-off"));
+    }
+
+    void openWebPlayerFollowsThePort()
+    {
+        StartupController *controller = m_controller.get();
+        QList<QUrl> opened;
+        StartupController::setUrlOpener([&](const QUrl &url) {
+            opened.append(url);
+            return true;
+        });
+        menuAction(controller, "startServer")->trigger();
+        server()->setListenOnCustomPort(false);
+        menuAction(controller, "openWebPlayer")->trigger();
+        server()->setCustomPort(50123);
+        server()->setListenOnCustomPort(true);
+        menuAction(controller, "openWebPlayer")->trigger();
+        server()->setListenOnCustomPort(false);
+        StartupController::setUrlOpener({});
+        QCOMPARE(opened, (QList<QUrl>{QUrl("http://localhost:45631/"), QUrl("http://localhost:50123/")}));
     }
 
     void oneWindowOfEachAtATime()
@@ -572,6 +593,36 @@ private slots:
         QVERIFY(server()->isRunning());
         QCOMPARE(status->text(), QStringLiteral("The server is running."));
         QCOMPARE(w.find<QPushButton>("startStopServerButton")->text(), QStringLiteral("Stop Server"));
+
+        // The address other devices use: the first local address, else the
+        // computer name, or the host name where that name cannot be a host.
+        QTemporaryDir etc;
+        const QString machineInfo = etc.filePath(QStringLiteral("machine-info"));
+        const auto setPrettyName = [&](const QByteArray &name) {
+            QFile file(machineInfo);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("PRETTY_HOSTNAME=\"" + name + "\"\n");
+        };
+        Server::setMachineInfoPath(machineInfo);
+        const QString local = LocalIP::localIPs().value(0);
+        auto *address = w.find<QLabel>("webPlayerAddressLabel");
+        const auto link = [](const QString &host, int port) {
+            return QStringLiteral("<a href=\"http://%1:%2/\">http://%1:%2/</a>").arg(host).arg(port);
+        };
+        setPrettyName("media-box");
+        server()->setCustomPort(50123);
+        server()->setListenOnCustomPort(true);
+        QCOMPARE(address->text(), "Other devices in your home can watch at " + link(local.isEmpty() ? "media-box" : local, 50123));
+        QVERIFY(address->isEnabled() && address->openExternalLinks());
+        setPrettyName("Anna's Laptop");
+        server()->setRunning(false);
+        QCOMPARE(address->text(), "Once the server runs, other devices in your home can watch at "
+                 + link(local.isEmpty() ? QSysInfo::machineHostName() : local, 50123));
+        QVERIFY(!address->isEnabled());
+        server()->setListenOnCustomPort(false);
+        QVERIFY(address->text().endsWith(":45631/</a>"));
+        server()->setRunning(true);
+        Server::setMachineInfoPath(QString());
 
         const QString folder = m_home.filePath(QStringLiteral("autostart"));
         StartAtLogin::setAutostartFolder(folder);
