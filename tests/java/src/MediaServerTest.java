@@ -19,8 +19,8 @@ import java.util.function.BooleanSupplier;
  */
 @SuppressWarnings("unchecked")
 public final class MediaServerTest {
-    static final String[] ROUTES = {"/", "/status", "/api/library", "/api/sections/%s", "/media/%s",
-            "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt", "/index.html"};
+    static final String[] ROUTES = {"/status", "/api/library", "/api/sections/%s", "/media/%s",
+            "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt"};
     static Path app, shared, outside;
     static int port;
     static final HttpClient client = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1).connectTimeout(java.time.Duration.ofSeconds(3)).build();
@@ -225,6 +225,13 @@ public final class MediaServerTest {
             check(send("GET", path, "Authorization", good).statusCode() != 401, path + " with the password");
         }
         equal(206, send("GET", "/media/" + id, "Authorization", good, "Range", "bytes=0-0").statusCode(), "media with it");
+        // The web player's own files hold no library data: they load without it, so that the
+        // page can say a password is needed; anything else there still asks.
+        for (String path : new String[] {"/", "/index.html", "/app.js", "/style.css"}) {
+            equal(200, send("GET", path).statusCode(), path + " of the web player without a password");
+        }
+        equal(401, send("POST", "/").statusCode(), "POST / without a password");
+        equal(401, send("GET", "/nothing.js").statusCode(), "an unknown file without a password");
     }
 
     static void testPathsNeverLeaveTheSharedFolders() throws Exception {

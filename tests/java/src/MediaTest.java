@@ -149,6 +149,11 @@ public final class MediaTest {
         equal(Arrays.asList("French", "French (forced)", "German", "English", "Subtitles (extra cut)", "Portuguese",
                 "Subtitles", "Commentary*", "Spanish*", "Embedded 3*"),
                 labels(media.subtitles().tracks(video, info)), "French, then German, then the rest in their order");
+        List<Boolean> marks = new ArrayList<>();
+        for (SubtitleTrack t : media.subtitles().tracks(video, info))
+            marks.add(media.subtitles().preferred(t));
+        equal(Arrays.asList(true, true, true, false, false, false, false, false, false, false), marks,
+                "tracks in a preferred language marked for the web player");
 
         s.setPreferredLanguages("Spanish", "English");
         s.setDisableEmbeddedSubtitles(true);

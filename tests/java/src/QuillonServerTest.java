@@ -163,16 +163,16 @@ public final class QuillonServerTest {
         ServerControl.setDefaultPort(0);
         int port = ServerControl.startServer();
         ServerControl.setPasswordDigest(sha1Hex("Q#48s3cr\u00e9t:x&5m"));
-        equal(401, get(port, "/", null, null), "no credentials");
+        equal(401, get(port, "/status", null, null), "no credentials");
         check(lastAuthenticate != null && lastAuthenticate.startsWith("Basic"), "asks for Basic credentials");
         equal(401, get(port, "/nothing-here", "me", "wrong"), "wrong password, on any path");
-        equal(200, get(port, "/", "anyone", "s3cr\u00e9t:x"), "right password, any user name");
+        equal(200, get(port, "/status", "anyone", "s3cr\u00e9t:x"), "right password, any user name");
         // An empty password has the unsalted digest of nothing.
         ServerControl.setPasswordDigest(sha1Hex(""));
-        equal(200, get(port, "/", "me", ""), "empty password");
-        equal(401, get(port, "/", "me", "x"), "non-empty password against the empty one");
+        equal(200, get(port, "/status", "me", ""), "empty password");
+        equal(401, get(port, "/status", "me", "x"), "non-empty password against the empty one");
         ServerControl.setPasswordDigest(null);
-        equal(200, get(port, "/", null, null), "no digest, no password");
+        equal(200, get(port, "/status", null, null), "no digest, no password");
         equal("", ServerControl.getPasswordDigest(), "null digest reads as none");
     }
 

@@ -73,7 +73,8 @@ final class LibraryJson {
             sb.append(n == 0 ? "" : ",").append("{\"label\":").append(Json.quote(t.label()))
                     .append(",\"language\":").append(Json.quote(t.language()))
                     .append(",\"url\":\"/subtitles/").append(id).append('/').append(String.valueOf(n)).append(".vtt\"")
-                    .append(",\"embedded\":").append(String.valueOf(t.embedded())).append('}');
+                    .append(",\"embedded\":").append(String.valueOf(t.embedded()))
+                    .append(",\"preferred\":").append(String.valueOf(media.subtitles().preferred(t))).append('}');
         }
         sb.append("]}");
     }

@@ -44,6 +44,15 @@ final class WebFiles extends HttpServlet {
         this.pages = load();
     }
 
+    /**
+     * Whether a request path is one of the web player's own files ("/" only while the jar has
+     * the player). They hold nothing of the library, so they are served without the password:
+     * the page can then tell the user that the server wants one.
+     */
+    boolean isPlayerFile(String path) {
+        return pages.containsKey("/".equals(path) ? "/index.html" : path);
+    }
+
     private static Map<String, Page> load() {
         Map<String, Page> found = new HashMap<>();
         File jar;

@@ -73,9 +73,10 @@ public final class WebServer {
         add(context, new ThumbnailServlet(site), "/thumbnails/*");
         add(context, new SubtitleServlet(site), "/subtitles/*");
         add(context, new WebFiles.Status(site), "/status");
-        add(context, new WebFiles(site), "/");
+        WebFiles files = new WebFiles(site);
+        add(context, files, "/");
 
-        BasicAuthHandler auth = new BasicAuthHandler(site.passwordDigest());
+        BasicAuthHandler auth = new BasicAuthHandler(site.passwordDigest(), files::isPlayerFile);
         auth.setHandler(context);
         server.setHandler(auth);
     }

@@ -85,6 +85,19 @@ public final class Subtitles {
         return order(all, settings.preferredLanguages(), settings.disableEmbeddedSubtitles());
     }
 
+    /** Whether a track is in one of the preferred languages: the web player shows the first such. */
+    public boolean preferred(SubtitleTrack track) {
+        if (track.language() == null) {
+            return false;
+        }
+        for (String name : settings.preferredLanguages()) {
+            if (track.language().equals(Languages.forName(name))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     /**
      * Tracks in a preferred language first, in the order of the preferences, the rest after
      * in their own order. With dropEmbedded and no track in any preferred language, the
