@@ -70,7 +70,7 @@ public final class BenchMedia {
         List<String> cmd = new ArrayList<>(Arrays.asList(FFMPEG, "-nostdin", "-hide_banner", "-loglevel", "error", "-y"));
         if (from > 0)
             cmd.addAll(Arrays.asList("-ss", Integer.toString(from)));
-        cmd.addAll(Arrays.asList("-i", video.toString(), "-t", "6", "-map", "0:v:0", "-map", "0:a:0?", "-sn", "-dn",
+        cmd.addAll(Arrays.asList("-i", video.toString(), "-t", "6", "-map", "0:V:0", "-map", "0:a:0?", "-sn", "-dn",
                 "-vf", "scale=trunc(iw*sar/2)*2:ih,setsar=1,scale=w='min(iw," + w + ")':h='min(ih," + h
                         + ")':force_original_aspect_ratio=decrease,scale=trunc(iw/2)*2:trunc(ih/2)*2,format=yuv420p",
                 "-c:v", "libx264", "-preset", "veryfast", "-profile:v", "high", "-crf", "23",

@@ -183,6 +183,22 @@ final class MediaFfmpegTest {
         media.stopLive();
     }
 
+    static void testFfmpegFailureLogged() throws Exception {
+        MediaServices media = services();
+        Path fake = MediaTest.temp.resolve("failing-ffmpeg");
+        Files.writeString(fake, "#!/bin/sh\necho 'Unknown encoder boom' >&2\nexit 1\n");
+        check(fake.toFile().setExecutable(true), "script made executable");
+        media.settings().setFfmpegPath(fake.toString());
+        try {
+            media.live().segment("f", clip(), 0);
+            check(false, "a segment from a failing ffmpeg");
+        } catch (IOException expected) {
+            String log = logs.get(LogBook.LIVE_CONVERSION);
+            check(log.contains("ffmpeg failed on") && log.contains("Unknown encoder boom"), "failure text logged: " + log);
+        }
+        media.stopLive();
+    }
+
     static void testIdleConversionEnds() throws Exception {
         System.setProperty(MediaSettings.LIVE_IDLE_PROPERTY, "2");
         try {

@@ -220,7 +220,7 @@ final class LiveSession {
             throw e;
         }
         logs.append(LogBook.LIVE_CONVERSION, "Started converting " + source + (n > 0 ? " at segment " + n : "")
-                + " (" + encoder(settings.codec()).get(1) + ")");
+                + " (" + String.join(" ", encoder(settings.codec()).subList(1, 4)) + ")");
     }
 
     List<String> command(int n) {
@@ -230,7 +230,7 @@ final class LiveSession {
         if (offset > 0) {
             cmd.addAll(Arrays.asList("-ss", Long.toString(offset)));
         }
-        cmd.addAll(Arrays.asList("-i", source.toString(), "-map", "0:v:0", "-map", "0:a:0?", "-sn", "-dn"));
+        cmd.addAll(Arrays.asList("-i", source.toString(), "-map", "0:V:0", "-map", "0:a:0?", "-sn", "-dn"));
         int w = settings.maxWidth();
         int h = settings.maxHeight();
         String scale = w > 0 && h > 0

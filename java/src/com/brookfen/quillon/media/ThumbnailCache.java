@@ -71,7 +71,7 @@ public final class ThumbnailCache {
         try {
             List<String> cmd = Arrays.asList(settings.ffmpegPath(), "-nostdin", "-hide_banner", "-loglevel", "error",
                     "-y", "-ss", String.format(Locale.ROOT, "%.3f", at), "-i", source.toString(),
-                    "-map", "0:v:0", "-frames:v", "1", "-an", "-sn",
+                    "-map", "0:V:0", "-frames:v", "1", "-an", "-sn",
                     "-vf", "scale=trunc(iw*sar/2)*2:ih,setsar=1,scale=w='min(iw," + width + ")':h=-2,format=yuvj420p",
                     "-q:v", "4",
                     "-f", "image2", "-c:v", "mjpeg", temp.toString());
