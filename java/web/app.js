@@ -313,6 +313,11 @@ function row(href, iconName, name, detail) {
       h('span', { class: 'row-chevron' }, icon('chevron'))));
 }
 
+function durationBadge(seconds) {
+  const length = Q.formatTime(seconds);
+  return length ? h('span', { class: 'duration' }, h('span', { class: 'visually-hidden' }, 'Duration '), length) : null;
+}
+
 function card(item, saved) {
   const placeholder = h('span', { class: 'placeholder' }, icon('film'));
   const img = item.thumbnail ? h('img', { src: item.thumbnail, alt: '', loading: 'lazy', decoding: 'async' }) : null;
@@ -320,12 +325,10 @@ function card(item, saved) {
     placeholder.hidden = true;
     img.addEventListener('error', () => { img.remove(); placeholder.hidden = false; });
   }
-  const length = Q.formatTime(item.duration);
   const resume = saved && item.duration ? Math.min(100, (100 * saved.t) / item.duration) : 0;
   return h('li', { class: 'card', 'data-filter': folded(item.name), 'data-id': item.id },
     h('a', { href: Q.href.play(item.id), title: item.name },
-      h('span', { class: 'thumb' }, img, placeholder,
-        length ? h('span', { class: 'duration' }, h('span', { class: 'visually-hidden' }, 'Duration '), length) : null,
+      h('span', { class: 'thumb' }, img, placeholder, durationBadge(item.duration),
         resume ? h('span', { class: 'progress', role: 'presentation' }, h('span', { style: `width:${resume.toFixed(1)}%` })) : null),
       h('span', { class: 'card-name' }, item.name)));
 }
@@ -374,7 +377,32 @@ async function folderView(section, folder) {
   } else if (!listing.folders.length) {
     view.append(h('p', { class: 'empty' }, 'This folder has no videos.'));
   }
+  if (listing.items.some((item) => item.duration == null)) fillInDurations(section, folder, view, 0);
   return { view, title: listing.name };
+}
+
+// The server lists files before it has read their lengths: ask again a few
+// times while the view is open and add the lengths that have come in.
+const FILL_IN_DELAYS_MS = [2000, 5000, 15000];
+let fillInTimer = null;
+
+function fillInDurations(section, folder, view, attempt) {
+  if (attempt >= FILL_IN_DELAYS_MS.length) return;
+  fillInTimer = setTimeout(async () => {
+    if (!view.isConnected) return;
+    let listing;
+    try { listing = await Q.api(listingPath(section, folder)); } catch (e) { return; }
+    if (!view.isConnected || !listing || !Array.isArray(listing.items)) return;
+    let missing = false;
+    for (const item of listing.items) {
+      const thumb = view.querySelector(`li[data-id="${CSS.escape(item.id)}"] .thumb`);
+      if (!thumb || thumb.querySelector('.duration')) continue;
+      const badge = durationBadge(item.duration);
+      if (badge) thumb.append(badge);
+      else missing = true;
+    }
+    if (missing) fillInDurations(section, folder, view, attempt + 1);
+  }, FILL_IN_DELAYS_MS[attempt]);
 }
 
 // ---- the filter ----
@@ -424,6 +452,7 @@ let renderCount = 0;
 async function render() {
   const token = ++renderCount;
   const route = parseRoute();
+  clearTimeout(fillInTimer);
   Q.stopPlayback();
   filterBox().value = '';
   filterBox().disabled = route.view === 'play';

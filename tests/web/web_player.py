@@ -3,12 +3,13 @@
 
 Starts quillon-server (offscreen) on a temporary home that shares a folder of
 videos made by ffmpeg here, drives Debian's headless chromium through
-selenium, and checks: the library lists the shared folder; the filter
-narrows the grid; a direct-play MP4 and an AVI through HLS (the browser's
-own, and hls.js) play past one second; the French sidecar (latin-1) is the
-showing track and its cue reads as the decoded text; back and forward move
-between the grid and the player; a password-protected server gives the
-page's 401 message.
+selenium, and checks: the library lists the shared folder; the grid fills in
+the lengths and the filter narrows it; a direct-play MP4 and an AVI through
+HLS (the browser's own, and hls.js) play past one second; the French sidecar
+(latin-1) is the showing track and its cue reads as the decoded text; space
+and left arrow; back and forward move between the grid and the player, which
+resumes where it was left; a password-protected server gives the page's 401
+message.
 
     web_player.py --program build/bin/quillon-server
 """
@@ -32,6 +33,7 @@ try:
     from selenium.common.exceptions import TimeoutException, WebDriverException
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
+    from selenium.webdriver.common.keys import Keys
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError as error:  # the set-up installs python3-selenium
     sys.exit(f"web_player: python3-selenium is missing ({error}); run scripts/setup")
@@ -64,8 +66,8 @@ def ffmpeg(*args):
 
 def make_videos(folder):
     os.makedirs(folder)
-    source = ["-f", "lavfi", "-i", "testsrc2=duration=8:size=320x240:rate=25",
-              "-f", "lavfi", "-i", "sine=frequency=440:duration=8"]
+    source = ["-f", "lavfi", "-i", "testsrc2=duration=30:size=320x240:rate=25",
+              "-f", "lavfi", "-i", "sine=frequency=440:duration=30"]
     mp4 = os.path.join(folder, "Harbour walk.mp4")
     ffmpeg(*source, "-c:v", "libx264", "-pix_fmt", "yuv420p", "-preset", "veryfast",
            "-c:a", "aac", "-movflags", "+faststart", mp4)
@@ -232,6 +234,10 @@ class WebPlayerTest(unittest.TestCase):
         self.browser.find_element(By.XPATH, "//a[.//span[@class='row-name' and text()='Holidays']]").click()
         names = ["Harbour walk", "Old tape", "Zebra crossing"]
         self.until(lambda: sorted(self.visible_cards()) == names, 20, "the three videos in the grid")
+        # Lengths come from ffprobe after the first listing; the grid fills them in.
+        self.until(lambda: self.js("return [...document.querySelectorAll('#items .duration')]"
+                                   ".map(e => e.textContent)") == ["Duration 0:30"] * 3,
+                   25, "the lengths in the grid")
         section_url = self.browser.current_url
         self.assertRegex(section_url, r"/#/sections/[^/]+$")
 
@@ -259,12 +265,29 @@ class WebPlayerTest(unittest.TestCase):
         self.assertIn('"DejaVu Serif"', cue_style)
         self.assertIn("font-size: 120%", cue_style)
 
-        # Back to the grid and forward to the player again.
+        # Keys: space pauses and plays, left goes 10 s back.
+        body = self.browser.find_element(By.TAG_NAME, "body")
+        video = "document.getElementById('video')"
+        body.send_keys(" ")
+        self.until(lambda: self.js(f"return {video}.paused"), 5, "space to pause")
+        body.send_keys(" ")
+        self.until(lambda: not self.js(f"return {video}.paused"), 5, "space to play")
+        self.js(f"{video}.currentTime = 12")
+        body.send_keys(Keys.ARROW_LEFT)
+        self.until(lambda: 1.5 < self.js(f"return {video}.currentTime") < 5, 5, "left to go 10 s back")
+
+        # Back to the grid and forward to the player again, where it was left.
+        self.js(f"{video}.pause(); {video}.currentTime = 6")
+        self.until(lambda: not self.js(f"return {video}.seeking"), 5, "the seek to 6 s")
         self.browser.back()
         self.until(lambda: self.browser.current_url == section_url and len(self.visible_cards()) == 3,
                    10, "the grid after going back")
+        self.assertTrue(self.js("return document.querySelector('#items .progress') !== null"),
+                        "the card shows how far it was watched")
         self.browser.forward()
         self.until(lambda: self.js("return document.body.dataset.playback") == "direct", 10, "the player after forward")
+        self.assertIn("Resumed at 0:06", self.browser.find_element(By.CLASS_NAME, "resume").text)
+        self.until(lambda: self.js(f"return {video}.currentTime") >= 6, 10, "playback from 6 s")
 
         # The AVI needs the conversion: the browser's HLS where it has one.
         self.browser.back()
