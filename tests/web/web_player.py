@@ -6,10 +6,11 @@ videos made by ffmpeg here, drives Debian's headless chromium through
 selenium, and checks: the library lists the shared folder; the grid fills in
 the lengths and the filter narrows it; a direct-play MP4 and an AVI through
 HLS (the browser's own, and hls.js) play past one second; the French sidecar
-(latin-1) is the showing track and its cue reads as the decoded text; space
-and left arrow; back and forward move between the grid and the player, which
-resumes where it was left; a password-protected server gives the page's 401
-message.
+(latin-1) is the showing track and its cue reads as the decoded text; space,
+left arrow and f; back and forward move between the grid and the player, which
+resumes where it was left; nothing scrolls sideways at 375 px; a stopped
+server gives the page's unreachable message and a password-protected one its
+401 message.
 
     web_player.py --program build/bin/quillon-server
 """
@@ -275,6 +276,11 @@ class WebPlayerTest(unittest.TestCase):
         self.js(f"{video}.currentTime = 12")
         body.send_keys(Keys.ARROW_LEFT)
         self.until(lambda: 1.5 < self.js(f"return {video}.currentTime") < 5, 5, "left to go 10 s back")
+        body.send_keys("f")
+        self.until(lambda: self.js("return document.fullscreenElement && document.fullscreenElement.id"),
+                   5, "f for full screen")
+        body.send_keys("f")
+        self.until(lambda: not self.js("return document.fullscreenElement"), 5, "f to leave full screen")
 
         # Back to the grid and forward to the player again, where it was left.
         self.js(f"{video}.pause(); {video}.currentTime = 6")
@@ -301,6 +307,22 @@ class WebPlayerTest(unittest.TestCase):
         play_hash = self.browser.current_url.split("#", 1)[1]
         self.browser.get(controller.url(f"/?player=hls.js#{play_hash}"))
         self.assertEqual(self.play_until_one_second(60), "hls.js")
+
+        # A phone's width: nothing scrolls sideways, in the player or the grid.
+        self.browser.set_window_size(375, 812)
+        wide = "return document.documentElement.scrollWidth - window.innerWidth"
+        self.assertLessEqual(self.js(wide), 0, "the player at 375 px")
+        self.js("location.hash = arguments[0]", section_url.split("#", 1)[1])
+        self.until(lambda: len(self.visible_cards()) == 3, 10, "the grid")
+        self.assertLessEqual(self.js(wide), 0, "the grid at 375 px")
+        self.browser.set_window_size(1280, 900)
+
+        # A server that went away: the page says so on the next step.
+        controller.stop()
+        self.js("location.hash = '#/'")
+        self.until(lambda: self.js(
+            "const n = document.getElementById('notice'); return n && n.dataset.kind === 'unreachable'"),
+            10, "the page's unreachable message")
 
     def test_password_needed(self):
         controller = self.start("locked", password=PASSWORD)
