@@ -1,6 +1,7 @@
 package com.brookfen.quillon.http;
 
 import org.eclipse.jetty.http.HttpContent;
+import org.eclipse.jetty.server.InclusiveByteRange;
 import org.eclipse.jetty.server.ResourceService;
 
 import java.io.BufferedWriter;
@@ -8,6 +9,8 @@ import java.io.IOException;
 import java.io.OutputStreamWriter;
 import java.io.Writer;
 import java.nio.charset.StandardCharsets;
+import java.util.Enumeration;
+import java.util.List;
 import java.util.function.Supplier;
 import javax.servlet.ServletException;
 import javax.servlet.http.HttpServletRequest;
@@ -75,6 +78,26 @@ final class Answers {
                     response.setContentLength(0);
                 }
                 super.sendStatus(response, status, etag);
+            }
+
+            @Override
+            protected boolean sendData(HttpServletRequest request, HttpServletResponse response, boolean include,
+                                       HttpContent content, Enumeration<String> ranges) throws IOException {
+                // Jetty writes a single range with a blocked thread; a mapped file's range goes out
+                // as a whole content of its own instead, asynchronously like a whole file.
+                if (ranges != null && content instanceof FileContent && ((FileContent) content).mapped()) {
+                    long length = content.getContentLengthValue();
+                    List<InclusiveByteRange> satisfiable = InclusiveByteRange.satisfiableRanges(ranges, length);
+                    if (satisfiable != null && satisfiable.size() == 1) {
+                        InclusiveByteRange range = satisfiable.get(0);
+                        response.setStatus(HttpServletResponse.SC_PARTIAL_CONTENT);
+                        response.setHeader("Content-Range", range.toHeaderRangeString(length));
+                        return super.sendData(request, response, include,
+                                ((FileContent) content).range(range.getFirst(), range.getSize()), null);
+                    }
+                    ranges = request.getHeaders("Range");
+                }
+                return super.sendData(request, response, include, content, ranges);
             }
         };
         service.setAcceptRanges(true);

@@ -20,11 +20,36 @@ import java.nio.file.attribute.BasicFileAttributes;
 final class FileContent extends ResourceHttpContent {
     private final String etag;
     private final ByteBuffer map;
+    /** The length announced: the file's, or a single range's. */
+    private final long length;
 
-    private FileContent(MappedResource resource, String type, String etag) {
+    private FileContent(MappedResource resource, String type, String etag, ByteBuffer map, long length) {
         super(resource, type);
         this.etag = etag;
-        this.map = resource.map;
+        this.map = map;
+        this.length = length;
+    }
+
+    /** Whether single ranges can be answered from the map as a content of their own. */
+    boolean mapped() {
+        return map != null && length == map.capacity();
+    }
+
+    /** One range of a mapped file as a content of its own, so that Jetty sends it without a blocked thread. */
+    FileContent range(long first, long size) {
+        ByteBuffer slice = map.duplicate();
+        slice.limit((int) (first + size)).position((int) first);
+        return new FileContent((MappedResource) getResource(), getContentTypeValue(), etag, slice.slice(), size);
+    }
+
+    @Override
+    public HttpField getContentLength() {
+        return new HttpField(HttpHeader.CONTENT_LENGTH, Long.toString(length));
+    }
+
+    @Override
+    public long getContentLengthValue() {
+        return length;
     }
 
     /** The content of a file that exists; mapped when maps is given. */
@@ -33,7 +58,7 @@ final class FileContent extends ResourceHttpContent {
         long modified = a.lastModifiedTime().toMillis();
         ByteBuffer map = maps == null ? null : maps.map(file, a.size(), modified);
         String etag = "\"" + Long.toHexString(modified) + "-" + Long.toHexString(a.size()) + "\"";
-        return new FileContent(new MappedResource(file, map), type, etag);
+        return new FileContent(new MappedResource(file, map), type, etag, map, a.size());
     }
 
     @Override
