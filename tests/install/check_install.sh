@@ -88,12 +88,12 @@ pid=$!
 status=
 for _ in $(seq 600); do
   kill -0 "$pid" 2>/dev/null || break
-  status=$(curl -s -o "$work/page.html" -w '%{http_code}' --max-time 2 "http://127.0.0.1:$port/" || true)
+  status=$(curl -s -o "$work/page.html" -w '%{http_code}' --max-time 2 "http://127.0.0.1:$port/status" || true)
   [[ $status == 200 ]] && break
   sleep 0.1
 done
 [[ $status == 200 ]] || { cat "$work/program.log" >&2; fail "the installed program did not serve on port $port (HTTP '$status')"; }
-grep -q "$port" "$work/page.html" || fail "the status page does not name port $port"
+grep -q "$port" "$work/page.html" || fail "the status page (/status) does not name port $port"
 
 # SIGTERM quits cleanly once the event loop runs (before that the JVM's own
 # handler ends the process): a second launch is answered only from there.
