@@ -1,6 +1,7 @@
 #include "StartupController.h"
 
 #include "AboutController.h"
+#include "MainForm.h"
 #include "WindowController.h"
 #include "platform/Defaults.h"
 #include "platform/Resources.h"
@@ -45,7 +46,8 @@ void addImage(QIcon &icon, const QString &name, QIcon::Mode mode)
 
 StartupController::StartupController()
 {
-    // Every preferences window gets its controller from here on.
+    // Every preferences window gets its form and controller from here on.
+    registerMainForm();
     MainWindowController::registerLayout();
     buildMenu();
     addStatusMenu();
@@ -105,7 +107,7 @@ void StartupController::addStatusMenu()
     if (m_statusItem)
         return;
     m_statusItem = new QSystemTrayIcon(this);
-    m_statusItem->setToolTip(QStringLiteral("Quillon Server"));
+    m_statusItem->setToolTip(toolTipText());
     // The saved wish: no Server exists yet, and none is created here.
     updateIconRunning(Server::preferencesIsRunning());
     // A left click opens the menu too, as a status menu does; a right click
@@ -144,6 +146,32 @@ void StartupController::updateIcon()
 {
     Server *facade = server();
     updateIconRunning(facade && facade->isRunning());
+    updateToolTip();
+}
+
+QString StartupController::toolTipText() const
+{
+    QStringList lines{QStringLiteral("Quillon Server")};
+    // Only once the facade exists: the constructor must not create it.
+    if (Server *facade = m_facadeCreated ? server() : nullptr) {
+        if (!facade->startFailure().isEmpty() && !facade->isRunning())
+            lines << facade->startFailure();
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+void StartupController::updateToolTip()
+{
+    if (m_statusItem)
+        m_statusItem->setToolTip(toolTipText());
+}
+
+void StartupController::notifyStartFailure(const QString &reason)
+{
+    const QString title = tr("Quillon Server could not start");
+    if (m_statusItem)
+        m_statusItem->showMessage(title, reason, QSystemTrayIcon::Warning);
+    emit notified(title, reason);
 }
 
 void StartupController::awakeFromNib()
@@ -155,7 +183,10 @@ void StartupController::awakeFromNib()
 
     // Creating the facade starts the Java server and its running-state poll.
     if (Server *facade = server()) {
+        m_facadeCreated = true;
         connect(facade, &Server::runningChanged, this, &StartupController::updateIcon);
+        connect(facade, &Server::startFailureChanged, this, &StartupController::updateToolTip);
+        connect(facade, &Server::requestedStartFailed, this, &StartupController::notifyStartFailure);
         updateIcon();
     }
 

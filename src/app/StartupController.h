@@ -34,6 +34,10 @@ public:
     void addStatusMenu();
     void updateIconRunning(bool running);
     void updateIcon();
+    // "Quillon Server", and while the server is not running the reason it
+    // could not start. Further reasons join as lines of their own.
+    QString toolTipText() const;
+    void updateToolTip();
     void checkFirstStart();
     void mainWindowDealloc();
 
@@ -63,6 +67,12 @@ public:
     // Whether no tray was there at start and none has appeared since.
     bool isLookingForTray() const;
 
+signals:
+    // A tray notification was shown (title, message).
+    void notified(const QString &title, const QString &message);
+
+public:
+
     // Whether a tray can show the icon. Tests put their own answer here; an
     // empty function restores QSystemTrayIcon::isSystemTrayAvailable().
     using TrayProbe = std::function<bool()>;
@@ -75,6 +85,7 @@ private:
     void buildMenu();
     void checkTray();
     void updateMenuState(bool running);
+    void notifyStartFailure(const QString &reason);
     void release();
 
     QMenu *m_statusMenu = nullptr;
@@ -86,4 +97,5 @@ private:
     QTimer *m_trayCheck = nullptr;
     QString m_iconName;
     bool m_trayWasAvailable = false;
+    bool m_facadeCreated = false;
 };

@@ -1,6 +1,6 @@
 #include "WindowController.h"
 
-#include "WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "platform/Defaults.h"
 
 #include <QCloseEvent>

@@ -1,7 +1,7 @@
 #include "folders/SharedFoldersController.h"
 
 #include "WindowController.h"
-#include "WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "folders/FolderTableView.h"
 #include "platform/SystemLog.h"
 #include "playlists/ITunesPlaylistsController.h"

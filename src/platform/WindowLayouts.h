@@ -6,11 +6,11 @@
 class QObject;
 class QWidget;
 
-// The window layouts by name ("Main", "Playlists", ...). A layout is two
-// things: a form that fills a fresh top-level widget with its children, and
-// an optional factory for the window's own controller object. Forms of the
-// application's .ui files are built in; the controllers are bound at start-up
-// by whoever owns them, so that this shell needs to know none of them.
+// The window layouts by name ("Main", "Playlists", ...), the stand-in for
+// loading a named layout. A layout is two things: a form that fills a fresh
+// top-level widget with its children, and an optional factory for the
+// window's own controller object. Both are registered at start-up by whoever
+// owns them (the shell composes), so that this registry knows none of them.
 namespace WindowLayouts {
 
 // Fills `window` (an empty top-level QWidget) with the layout's widgets. A
@@ -22,8 +22,7 @@ using Form = std::function<void(QWidget *window)>;
 // should be a child of `window`, so that it goes away with the window.
 using ControllerFactory = std::function<QObject *(QWidget *window)>;
 
-// Adds or replaces a form. An empty function removes the registration (a
-// built-in form of that name then applies again).
+// Adds or replaces a form. An empty function removes the registration.
 void registerForm(const QString &name, Form form);
 
 // Binds (or, with an empty function, unbinds) the controller of a layout.

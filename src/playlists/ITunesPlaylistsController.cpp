@@ -1,6 +1,6 @@
 #include "playlists/ITunesPlaylistsController.h"
 
-#include "WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "platform/SystemLog.h"
 #include "playlists/ITunes.h"
 #include "ui_Playlists.h"

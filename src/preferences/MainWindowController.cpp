@@ -1,6 +1,6 @@
 #include "preferences/MainWindowController.h"
 
-#include "WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "platform/Defaults.h"
 #include "platform/DelayedCall.h"
 #include "platform/IntValue.h"

@@ -5,7 +5,8 @@
 //   QT_QPA_PLATFORM=offscreen quillon-layout-shots <folder>
 
 #include "AboutController.h"
-#include "WindowLayouts.h"
+#include "MainForm.h"
+#include "platform/WindowLayouts.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -70,6 +71,7 @@ int main(int argc, char *argv[])
     QDir().mkpath(folder.path());
     bool ok = true;
 
+    registerMainForm();
     QWidget window(nullptr, Qt::Window);
     if (!WindowLayouts::buildForm(QStringLiteral("Main"), &window)) {
         err << "no layout \"Main\"\n";
