@@ -5,7 +5,6 @@
 #include "platform/SystemLog.h"
 
 #include <QApplication>
-#include <QTimer>
 
 #include <cstdio>
 #include <cstring>
@@ -70,8 +69,5 @@ int main(int argc, char *argv[])
     // After the JVM exists: it installs handlers of its own for both signals.
     if (!installSignalQuit())
         systemLog(QStringLiteral("SIGTERM and SIGINT will end the program without its clean-up"));
-
-    if (qEnvironmentVariableIsSet("QUILLON_QUIT_AFTER_MS"))
-        QTimer::singleShot(qEnvironmentVariableIntValue("QUILLON_QUIT_AFTER_MS"), &app, &QApplication::quit);
     return app.exec();
 }

@@ -416,6 +416,8 @@ JNIServer::~JNIServer()
 void JNIServer::error(const QString &message)
 {
     systemLog(message);
+    if (m_failureReason.isEmpty() && !isAvailable())
+        m_failureReason = message;
 }
 
 bool JNIServer::isAvailable() const

@@ -82,6 +82,10 @@ public:
 
     // True when the JVM exists and ServerControl is bound.
     bool isAvailable() const;
+    // Otherwise the first problem met on the way, as logged ("Missing file:
+    // <path>", "Quillon needs Java version 1.5 or higher", ...); empty when
+    // available.
+    QString failureReason() const { return isAvailable() ? QString() : m_failureReason; }
 
     // Tells Java that the controller has pushed its initial settings.
     void initialized();
@@ -159,6 +163,7 @@ private:
     JNIEnv_ *m_env = nullptr;
     JavaVM_ *m_theVM = nullptr;
     _jclass *m_controlClass = nullptr;
+    QString m_failureReason;
     _jclass *m_remoteManagerControlClass = nullptr;
     _jclass *m_listClass = nullptr;
     _jclass *m_stringClass = nullptr;

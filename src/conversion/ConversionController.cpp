@@ -8,6 +8,7 @@
 #include "platform/SystemLog.h"
 #include "preferences/TabPage.h"
 
+#include <QHash>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
@@ -28,18 +29,53 @@ ConversionQueueModel::ConversionQueueModel(ConversionController *controller, QOb
 
 void ConversionQueueModel::reloadData()
 {
-    beginResetModel();
-    m_names.clear();
+    QList<Row> fresh;
     const int rows = m_controller->numberOfRowsInTableView();
-    m_names.reserve(rows);
-    for (int row = 0; row < rows; ++row)
-        m_names << m_controller->tableViewObjectValue(0, row);
-    endResetModel();
+    fresh.reserve(rows);
+    QHash<QString, int> wanted;
+    for (int row = 0; row < rows; ++row) {
+        const QString name = m_controller->tableViewObjectValue(0, row);
+        const QString id = m_controller->tableViewItemId(row);
+        fresh.append({id.isNull() ? QLatin1Char('\n') + name : id, name});
+        ++wanted[fresh.last().key];
+    }
+    // Rows whose item left the queue go first...
+    QHash<QString, int> kept;
+    for (int row = 0; row < m_rows.size();) {
+        if (kept[m_rows[row].key]++ < wanted.value(m_rows[row].key)) {
+            ++row;
+            continue;
+        }
+        beginRemoveRows(QModelIndex(), row, row);
+        m_rows.removeAt(row);
+        endRemoveRows();
+    }
+    // ...then each place takes its item, moved up from further down or new.
+    for (int row = 0; row < fresh.size(); ++row) {
+        int from = row;
+        while (from < m_rows.size() && m_rows[from].key != fresh[row].key)
+            ++from;
+        if (from == m_rows.size()) {
+            beginInsertRows(QModelIndex(), row, row);
+            m_rows.insert(row, fresh[row]);
+            endInsertRows();
+            continue;
+        }
+        if (from != row) {
+            beginMoveRows(QModelIndex(), from, from, QModelIndex(), row);
+            m_rows.move(from, row);
+            endMoveRows();
+        }
+        if (m_rows[row].name != fresh[row].name) {
+            m_rows[row].name = fresh[row].name;
+            emit dataChanged(index(row, 0), index(row, 0));
+        }
+    }
 }
 
 int ConversionQueueModel::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : int(m_names.size());
+    return parent.isValid() ? 0 : int(m_rows.size());
 }
 
 int ConversionQueueModel::columnCount(const QModelIndex &parent) const
@@ -49,9 +85,9 @@ int ConversionQueueModel::columnCount(const QModelIndex &parent) const
 
 QVariant ConversionQueueModel::data(const QModelIndex &index, int role) const
 {
-    if (!index.isValid() || index.row() >= m_names.size() || (role != Qt::DisplayRole && role != Qt::ToolTipRole))
+    if (!index.isValid() || index.row() >= m_rows.size() || (role != Qt::DisplayRole && role != Qt::ToolTipRole))
         return QVariant();
-    return m_names.at(index.row());
+    return m_rows.at(index.row()).name;
 }
 
 QVariant ConversionQueueModel::headerData(int section, Qt::Orientation orientation, int role) const
@@ -196,6 +232,13 @@ QString ConversionController::tableViewObjectValue(int column, int row) const
     if (row < 0 || row >= numberOfRowsInTableView())
         return QString();
     return m_currentConversion->queue()->at(row).name();
+}
+
+QString ConversionController::tableViewItemId(int row) const
+{
+    if (row < 0 || row >= numberOfRowsInTableView())
+        return QString();
+    return m_currentConversion->queue()->at(row).itemId();
 }
 
 void ConversionController::resetConverterQueue()

@@ -24,7 +24,9 @@ class ConversionPage;
 
 // The queue table's model. It copies the rows from the controller's data
 // source operations only when told to reload, so that the table keeps what it
-// last showed while the controller's snapshot moves on.
+// last showed while the controller's snapshot moves on. A reload changes
+// only the rows that changed (items known by their id), so the selection
+// and the scroll position survive the poll.
 class ConversionQueueModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -40,8 +42,12 @@ public:
     Qt::ItemFlags flags(const QModelIndex &index) const override;
 
 private:
+    struct Row {
+        QString key; // the item's id, or its name when it has none
+        QString name;
+    };
     ConversionController *m_controller;
-    QStringList m_names;
+    QList<Row> m_rows;
 };
 
 // The conversion tab: while it is shown, asks the server once a second for
@@ -83,6 +89,8 @@ public:
     // The queue table's data source, read from the latest snapshot.
     int numberOfRowsInTableView() const;
     QString tableViewObjectValue(int column, int row) const;
+    // The id of the waiting file at `row`; null when it has none.
+    QString tableViewItemId(int row) const;
 
     // The button's action and the end of its sheet.
     void resetConverterQueue();

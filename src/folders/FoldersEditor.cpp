@@ -32,6 +32,9 @@ public:
 
     void beginChange() { beginResetModel(); }
     void endChange() { endResetModel(); }
+    void beginInsert(int row) { beginInsertRows(QModelIndex(), row, row); }
+    void endInsert() { endInsertRows(); }
+    void rowsChanged(int first, int last) { emit dataChanged(index(first, 0), index(last, columnCount() - 1)); }
     // The editor is going away: from now on the table is empty.
     void detach()
     {
@@ -373,4 +376,19 @@ void FoldersEditor::beginChange()
 void FoldersEditor::endChange()
 {
     m_model->endChange();
+}
+
+void FoldersEditor::beginInsert(int row)
+{
+    m_model->beginInsert(row);
+}
+
+void FoldersEditor::endInsert()
+{
+    m_model->endInsert();
+}
+
+void FoldersEditor::rowsChanged(int first, int last)
+{
+    m_model->rowsChanged(first, last);
 }

@@ -111,9 +111,14 @@ protected:
     void deselectAll();
 
     // Every change of the list is made between these two, so that the table
-    // redraws from the new list.
+    // redraws from the new list (and forgets its selection).
     void beginChange();
     void endChange();
+    // Finer changes, which keep the selection on the same records: one row
+    // inserted between the two calls, or rows whose values changed.
+    void beginInsert(int row);
+    void endInsert();
+    void rowsChanged(int first, int last);
 
 private:
     QString preferredType(const QMimeData *data) const;
@@ -141,9 +146,8 @@ public:
     {
         if (row < 0 || row >= m_folders.size())
             return;
-        beginChange();
         m_folders[row].setName(value.toString());
-        endChange();
+        rowsChanged(row, row);
         save();
     }
 
@@ -163,8 +167,16 @@ public:
 
     void reloadFolders() override
     {
+        // The file holds what was just saved: the same records row for row,
+        // so the selection stays where it was.
+        QList<Record> loaded = Record::loadFolders();
+        if (loaded.size() == m_folders.size() && !loaded.isEmpty()) {
+            m_folders = std::move(loaded);
+            rowsChanged(0, int(m_folders.size()) - 1);
+            return;
+        }
         beginChange();
-        m_folders = Record::loadFolders();
+        m_folders = std::move(loaded);
         endChange();
     }
 
@@ -173,11 +185,11 @@ protected:
 
     void insertFolder(const Record &folder, int index)
     {
-        beginChange();
         if (index < 0 || index > m_folders.size())
             index = int(m_folders.size());
+        beginInsert(index);
         m_folders.insert(index, folder);
-        endChange();
+        endInsert();
     }
 
     QString folderName(int row) const override { return m_folders.at(row).name(); }

@@ -26,10 +26,8 @@ LogsController::LogsController(QWidget *content)
 
     m_ui->logChooser->addItems(logNames());
     m_ui->logChooser->setCurrentIndex(m_currentIndex);
-    connect(m_ui->logChooser, &QComboBox::currentIndexChanged, this, [this](int index) {
-        if (index >= 0)
-            setCurrentIndex(index);
-    });
+    // Every choice fetches, also of the log already shown.
+    connect(m_ui->logChooser, &QComboBox::activated, this, &LogsController::setCurrentIndex);
     connect(this, &LogsController::currentIndexChanged, m_ui->logChooser, &QComboBox::setCurrentIndex);
     connect(this, &LogsController::currentLogChanged, m_textView, &QPlainTextEdit::setPlainText);
     connect(m_ui->reloadButton, &QPushButton::clicked, this, &LogsController::refresh);

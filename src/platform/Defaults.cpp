@@ -1,5 +1,6 @@
 #include "platform/Defaults.h"
 
+#include "platform/IntValue.h"
 #include "platform/SaveFailures.h"
 
 #include <QDir>
@@ -237,7 +238,7 @@ qint64 Defaults::integerForKey(const QString &key) const
 {
     const QVariant value = objectForKey(key);
     if (value.typeId() == QMetaType::QString)
-        return qint64(value.toString().trimmed().toDouble());
+        return longLongValue(value.toString()); // leading digits, as a text field's integer
     if (value.typeId() == QMetaType::Double)
         return qint64(value.toDouble());
     return value.toLongLong();

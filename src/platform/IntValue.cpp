@@ -23,7 +23,7 @@ int saturatedInt(double value)
     return int(value);
 }
 
-int intValue(QStringView text)
+qint64 longLongValue(QStringView text)
 {
     qsizetype i = 0;
     while (i < text.size() && text[i].isSpace())
@@ -31,13 +31,20 @@ int intValue(QStringView text)
     bool negative = false;
     if (i < text.size() && (text[i] == QLatin1Char('+') || text[i] == QLatin1Char('-')))
         negative = text[i++] == QLatin1Char('-');
+    constexpr qint64 kMax = std::numeric_limits<qint64>::max();
     qint64 value = 0;
     for (; i < text.size() && text[i] >= QLatin1Char('0') && text[i] <= QLatin1Char('9'); ++i) {
-        value = value * 10 + (text[i].unicode() - '0');
-        if (value > qint64(std::numeric_limits<int>::max()) + 1)
-            break; // saturated below; more digits change nothing
+        const int digit = text[i].unicode() - '0';
+        if (value > (kMax - digit) / 10)
+            return negative ? std::numeric_limits<qint64>::min() : kMax;
+        value = value * 10 + digit;
     }
-    return saturatedInt(negative ? -value : value);
+    return negative ? -value : value;
+}
+
+int intValue(QStringView text)
+{
+    return saturatedInt(longLongValue(text));
 }
 
 int intValue(const QVariant &value)

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QSet>
 
 namespace {
 
@@ -128,19 +129,16 @@ bool isFieldCode(const QString &arg)
         && QStringLiteral("fFuUdDnNickvm").contains(arg.at(1));
 }
 
-// Reads the [Desktop Entry] group: Exec= (first one, not localised) and
-// Hidden=. Other groups and malformed lines are skipped.
-StartAtLogin::Entry readEntry(const QString &filePath)
+const QLatin1String kHiddenKey("Hidden");
+const QLatin1String kEnabledKey("X-GNOME-Autostart-enabled");
+const QLatin1String kHideKey("X-Quillon-Hide");
+
+// Calls `visit` with the key and value of each line of the [Desktop Entry]
+// group; other groups, comments and malformed lines are skipped.
+template <class Visit>
+void forEachMainKey(const QString &text, Visit visit)
 {
-    StartAtLogin::Entry entry;
-    entry.fileName = QFileInfo(filePath).fileName();
-    QFile file(filePath);
-    if (!file.open(QIODevice::ReadOnly))
-        return entry;
-    const QString text = QString::fromUtf8(file.read(kMaxEntrySize));
     bool inMainGroup = false;
-    bool execSeen = false;
-    bool hiddenSeen = false;
     for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
         line = line.trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
@@ -149,22 +147,74 @@ StartAtLogin::Entry readEntry(const QString &filePath)
             inMainGroup = line == QLatin1String("[Desktop Entry]");
             continue;
         }
-        if (!inMainGroup)
-            continue;
         const qsizetype eq = line.indexOf(QLatin1Char('='));
-        if (eq <= 0)
-            continue;
-        const QStringView key = line.left(eq).trimmed();
-        const QStringView value = line.mid(eq + 1).trimmed();
-        if (key == QLatin1String("Exec") && !execSeen) {
-            execSeen = true;
-            entry.path = StartAtLogin::programFromExec(value.toString());
-        } else if (key == QLatin1String("Hidden") && !hiddenSeen) {
-            hiddenSeen = true;
-            entry.hidden = value == QLatin1String("true");
-        }
+        if (inMainGroup && eq > 0)
+            visit(line.left(eq).trimmed(), line.mid(eq + 1).trimmed());
     }
+}
+
+// Exec= (first one, not localised), the hide flag and whether the desktop
+// skips the entry; the first line of each key counts.
+StartAtLogin::Entry readEntry(const QString &filePath)
+{
+    StartAtLogin::Entry entry;
+    entry.fileName = QFileInfo(filePath).fileName();
+    QFile file(filePath);
+    if (!file.open(QIODevice::ReadOnly))
+        return entry;
+    const QString text = QString::fromUtf8(file.read(kMaxEntrySize));
+    QSet<QStringView> seen;
+    bool hidden = false, enabled = true;
+    forEachMainKey(text, [&](QStringView key, QStringView value) {
+        if (seen.contains(key))
+            return;
+        seen.insert(key);
+        if (key == QLatin1String("Exec"))
+            entry.path = StartAtLogin::programFromExec(value.toString());
+        else if (key == kHiddenKey)
+            hidden = value == QLatin1String("true");
+        else if (key == kEnabledKey)
+            enabled = value != QLatin1String("false");
+        else if (key == kHideKey)
+            entry.hide = value == QLatin1String("true");
+    });
+    entry.disabled = hidden || !enabled;
     return entry;
+}
+
+// The entry's text with Hidden= and X-GNOME-Autostart-enabled= of its main
+// group turned on, every other byte kept; empty when it cannot be read whole.
+QByteArray enabledText(const QString &filePath)
+{
+    QFile file(filePath);
+    if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxEntrySize)
+        return QByteArray();
+    QByteArray out;
+    bool inMainGroup = false;
+    for (const QByteArray &line : file.readAll().split('\n')) {
+        const QByteArray trimmed = line.trimmed();
+        if (trimmed.startsWith('['))
+            inMainGroup = trimmed == "[Desktop Entry]";
+        const QByteArray key = trimmed.left(trimmed.indexOf('=')).trimmed();
+        if (inMainGroup && key == kHiddenKey.data())
+            out += "Hidden=false";
+        else if (inMainGroup && key == kEnabledKey.data())
+            out += "X-GNOME-Autostart-enabled=true";
+        else
+            out += line;
+        out += '\n';
+    }
+    out.chop(1);
+    return out;
+}
+
+bool writeAtomically(const QString &filePath, const QByteArray &bytes)
+{
+    QSaveFile file(filePath);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    file.write(bytes);
+    return file.commit();
 }
 
 QString entryText(const QString &program)
@@ -176,7 +226,8 @@ QString entryText(const QString &program)
                           "Exec=%1\n"
                           "Terminal=false\n"
                           "Hidden=false\n"
-                          "X-GNOME-Autostart-enabled=true\n")
+                          "X-GNOME-Autostart-enabled=true\n"
+                          "X-Quillon-Hide=false\n")
         .arg(StartAtLogin::execValueFor(program));
 }
 
@@ -285,7 +336,7 @@ bool StartAtLogin::startOnLogin()
     const QString program = programPath();
     const QList<Entry> list = entries(autostartFolder());
     for (const Entry &entry : list) {
-        if (entry.path == program)
+        if (entry.path == program && !entry.disabled)
             return true;
     }
     return false;
@@ -299,32 +350,35 @@ bool StartAtLogin::setStartOnLogin(bool wanted)
 
     const QString program = programPath();
     const QList<Entry> list = entries(folder);
+    // Disabled entries are not in the list the desktop starts from; the last
+    // one of this program is what enabling brings back.
     const Entry *match = nullptr;
+    const Entry *disabled = nullptr;
     for (const Entry &entry : list) {
         if (entry.path == program)
-            match = &entry;
+            (entry.disabled ? disabled : match) = &entry;
     }
 
     const QDir dir(folder);
     if (!wanted && match) {
-        // Every entry equal to the last match goes, as one list removal would.
+        // Every effective entry equal to the last match goes, as one list
+        // removal would.
         bool ok = true;
         const Entry last = *match;
         for (const Entry &entry : list) {
-            if (entry == last)
+            if (entry == last && !entry.disabled)
                 ok = QFile::remove(dir.filePath(entry.fileName)) && ok;
         }
         return ok;
     }
     if (wanted && !match) {
+        if (disabled) {
+            const QByteArray text = enabledText(dir.filePath(disabled->fileName));
+            if (!text.isEmpty())
+                return writeAtomically(dir.filePath(disabled->fileName), text);
+        }
         const QString name = freeFileName(dir);
-        if (name.isEmpty())
-            return false;
-        QSaveFile file(dir.filePath(name));
-        if (!file.open(QIODevice::WriteOnly))
-            return false;
-        file.write(entryText(program).toUtf8());
-        return file.commit();
+        return !name.isEmpty() && writeAtomically(dir.filePath(name), entryText(program).toUtf8());
     }
     return true; // already as wanted: nothing is written
 }

@@ -20,24 +20,28 @@ void setAutostartFolder(const QString &folder); // empty: back to the default
 QString programPath();
 void setProgramPath(const QString &path); // empty: back to the executable
 
-// Whether an entry of the autostart folder starts this program. A missing
-// folder reads as no.
+// Whether an effective entry of the autostart folder starts this program.
+// A missing folder reads as no.
 bool startOnLogin();
 
 // Adds or removes this program's entry. Nothing is written when the wish is
-// already met. Enabling fails, writing nothing, when the autostart folder
+// already met. Enabling makes a disabled entry of this program effective
+// again, else adds one; it fails, writing nothing, when the autostart folder
 // does not exist. Returns false when the wish could not be carried out.
 bool setStartOnLogin(bool wanted);
 
 // One desktop entry of the folder. Two entries are equal when they start the
-// same program with the same Hidden flag, whatever their file names.
+// same program with the same "launch hidden" flag, whatever their file names.
 struct Entry {
     QString fileName;
-    QString path;    // program of Exec=; empty when there is none
-    bool hidden = false; // Hidden=true
+    QString path;        // program of Exec=; empty when there is none
+    bool hide = false;   // X-Quillon-Hide=true: launch hidden
+    // Hidden=true (the entry counts as deleted) or
+    // X-GNOME-Autostart-enabled=false: the desktop does not start it.
+    bool disabled = false;
     bool operator==(const Entry &other) const
     {
-        return path == other.path && hidden == other.hidden;
+        return path == other.path && hide == other.hide;
     }
 };
 // The entries of a folder in file-name order; none when it is missing.

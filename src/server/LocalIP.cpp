@@ -10,39 +10,57 @@
 #include <unistd.h>
 
 namespace {
-// The link state of one interface: up, and with a carrier.
-bool linkIsUp(const char *name)
+// The link flags of one interface, asked on a socket of its own.
+void readFlags(LocalIP::Interface &interface)
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     if (fd < 0)
-        return false;
+        return;
     struct ifreq request;
     std::memset(&request, 0, sizeof request);
-    std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
-    const bool up = ioctl(fd, SIOCGIFFLAGS, &request) == 0
-        && (request.ifr_flags & IFF_UP) && (request.ifr_flags & IFF_RUNNING);
+    std::strncpy(request.ifr_name, interface.name.toLocal8Bit().constData(), IFNAMSIZ - 1);
+    if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
+        interface.up = request.ifr_flags & IFF_UP;
+        interface.running = request.ifr_flags & IFF_RUNNING;
+    }
     shutdown(fd, SHUT_RDWR);
     close(fd);
-    return up;
 }
 }
 
-QStringList LocalIP::localIPs()
+QStringList LocalIP::addressesOf(const QList<Interface> &interfaces)
 {
     QStringList addresses;
-    struct ifaddrs *list = nullptr;
-    if (getifaddrs(&list) != 0)
-        return addresses;
-    for (struct ifaddrs *entry = list; entry; entry = entry->ifa_next) {
-        const char *name = entry->ifa_name;
-        if (!name || std::strlen(name) < 3 || std::strncmp(name, "en", 2) != 0)
+    for (const Interface &entry : interfaces) {
+        if (entry.name.size() < 3 || !entry.name.startsWith(QLatin1String("en")))
             continue;
-        if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_INET || !linkIsUp(name))
+        if (!entry.ipv4 || !entry.up || !entry.running)
             continue;
-        const auto *address = reinterpret_cast<const struct sockaddr_in *>(entry->ifa_addr);
-        const auto *octets = reinterpret_cast<const unsigned char *>(&address->sin_addr.s_addr);
+        const auto &octets = entry.address;
         addresses << QString::asprintf("%i.%i.%i.%i", octets[0], octets[1], octets[2], octets[3]);
     }
-    freeifaddrs(list);
     return addresses;
+}
+
+QList<LocalIP::Interface> LocalIP::interfaces()
+{
+    QList<Interface> result;
+    struct ifaddrs *list = nullptr;
+    if (getifaddrs(&list) != 0)
+        return result;
+    for (struct ifaddrs *entry = list; entry; entry = entry->ifa_next) {
+        if (!entry->ifa_name)
+            continue;
+        Interface interface;
+        interface.name = QString::fromLocal8Bit(entry->ifa_name);
+        interface.ipv4 = entry->ifa_addr && entry->ifa_addr->sa_family == AF_INET;
+        if (interface.ipv4) {
+            const auto *address = reinterpret_cast<const struct sockaddr_in *>(entry->ifa_addr);
+            std::memcpy(interface.address.data(), &address->sin_addr.s_addr, 4);
+            readFlags(interface);
+        }
+        result.append(interface);
+    }
+    freeifaddrs(list);
+    return result;
 }

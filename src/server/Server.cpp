@@ -190,12 +190,17 @@ bool Server::isRunning() const
 
 void Server::setRunning(bool wanted)
 {
+    if (!wanted)
+        setStartFailure(QString()); // stopped on purpose: nothing to explain
     if (isRunning() != wanted) {
         store().setBool(wanted, kServerRunning);
-        if (wanted)
+        if (wanted) {
             start();
-        else
+            if (!m_startFailure.isEmpty())
+                emit requestedStartFailed(m_startFailure);
+        } else {
             stop();
+        }
     }
     // Observers hear of every request, even an ignored one, and re-read.
     emit runningChanged();
@@ -208,9 +213,27 @@ void Server::start()
     if (server)
         server->setComputerName(computerName());
     updateConverterSettings();
-    // Success shows only through the poll.
-    if (server)
-        server->start();
+    // The running state shows through the poll; a refusal is known at once.
+    if (!server || !server->isAvailable()) {
+        const QString why = server ? server->failureReason() : QString();
+        setStartFailure(why.isEmpty() ? tr("The server cannot run: Java is not available.")
+                                      : tr("The server cannot run: %1").arg(why));
+        return;
+    }
+    // The server answers -1 when it cannot bind its port.
+    if (server->start() < 0)
+        setStartFailure(tr("Port %1 is in use by another program.")
+                            .arg(listenOnCustomPort() ? customPort() : kStandardPort));
+    else
+        setStartFailure(QString());
+}
+
+void Server::setStartFailure(const QString &reason)
+{
+    if (reason == m_startFailure)
+        return;
+    m_startFailure = reason;
+    emit startFailureChanged();
 }
 
 void Server::stop()
@@ -227,6 +250,8 @@ void Server::checkRunning()
     const bool running = isRunning();
     if (running != m_lastRunningState) {
         m_lastRunningState = running;
+        if (running)
+            setStartFailure(QString());
         emit runningChanged();
     }
     DelayedCall::perform(this, kPollIntervalMs, [this] { checkRunning(); });

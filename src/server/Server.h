@@ -24,6 +24,7 @@ class Server : public QObject
     Q_OBJECT
 
     Q_PROPERTY(bool running READ isRunning WRITE setRunning NOTIFY runningChanged)
+    Q_PROPERTY(QString startFailure READ startFailure NOTIFY startFailureChanged)
 
     Q_PROPERTY(bool listenOnCustomPort READ listenOnCustomPort WRITE setListenOnCustomPort NOTIFY listenOnCustomPortChanged)
     Q_PROPERTY(int customPort READ customPort WRITE setCustomPort NOTIFY customPortChanged)
@@ -72,6 +73,9 @@ public:
     void start();
     void stop();
     void checkRunning();
+    // Why the last start failed, in words for the user; empty once the
+    // server runs, after a stop request, and before any failed start.
+    QString startFailure() const { return m_startFailure; }
     void checkUserDefaults();
     void setCommandsPath();
     void updateConverterSettings();
@@ -158,6 +162,9 @@ public:
 
 signals:
     void runningChanged();
+    void startFailureChanged();
+    // A start the user asked for (setRunning(true)) failed, for `reason`.
+    void requestedStartFailed(const QString &reason);
     void listenOnCustomPortChanged();
     void customPortChanged();
     void remoteSupportEnabledChanged();
@@ -181,7 +188,10 @@ private:
     void init();
     bool validateRange(const QVariant &proposed, int min, int max, ValidationError *error) const;
 
+    void setStartFailure(const QString &reason);
+
     bool m_lastRunningState = false;
+    QString m_startFailure;
 };
 
 // "100%": how the font sizes are shown.

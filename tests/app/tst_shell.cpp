@@ -3,10 +3,11 @@
 #include "AboutController.h"
 #include "BridgeFixture.h"
 #include "LogCapture.h"
+#include "MainForm.h"
 #include "PreferencesTabs.h"
 #include "StartupController.h"
 #include "WindowController.h"
-#include "WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "bridge/JNIServer.h"
 #include "conversion/ConversionController.h"
 #include "logs/LogsController.h"
@@ -163,6 +164,7 @@ private slots:
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("config"))));
         Defaults::resetStandard();
         StartupController::setTrayProbe([] { return g_trayAvailable; });
+        registerMainForm();
         WindowLayouts::registerForm(QStringLiteral("Framed"), [](QWidget *window) {
             window->setObjectName(QStringLiteral("framed"));
             window->setProperty("frameAutosaveName", QStringLiteral("TestFrame"));
@@ -298,6 +300,22 @@ private slots:
         menuAction(controller, "stopServer")->trigger();
         QCOMPARE(defaults().objectForKey("serverRunning"), QVariant(false));
         QCOMPARE(controller->iconName(), QStringLiteral("mac-menu-off"));
+
+        // A start refused for its port: the tool tip says why while the
+        // server is stopped, and one notification tells the user at once.
+        QSignalSpy notified(controller, &StartupController::notified);
+        BridgeFixture::script(QStringLiteral("return.startServer"), QStringLiteral("-1"));
+        menuAction(controller, "startServer")->trigger();
+        const QString taken = QStringLiteral("Port 45631 is in use by another program.");
+        QCOMPARE(controller->statusItem()->toolTip(), "Quillon Server\n" + taken);
+        QCOMPARE(notified.count(), 1);
+        QCOMPARE(notified.at(0), (QVariantList{"Quillon Server could not start", taken}));
+        QCOMPARE(trayState(controller), QStringLiteral("mac-menu-off startServer"));
+        BridgeFixture::resetScript();
+        menuAction(controller, "startServer")->trigger();
+        QCOMPARE(controller->statusItem()->toolTip(), QStringLiteral("Quillon Server"));
+        QCOMPARE(notified.count(), 1);
+        menuAction(controller, "stopServer")->trigger();
     }
 
     void openWebPlayerFollowsThePort()

@@ -63,6 +63,7 @@ private slots:
         m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
         m_environment.insert(QStringLiteral("QUILLON_RESOURCE_DIR"), QStringLiteral(QUILLON_PROGRAM_RESOURCES));
         m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        m_environment.insert(QStringLiteral("QUILLON_QUIT_AFTER_MS"), QStringLiteral("0")); // no way to end the run
         const QString socket = m_runtime.filePath(QStringLiteral("quillon-server.socket"));
 
         // An instance that crashes leaves its socket behind.

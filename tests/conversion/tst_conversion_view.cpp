@@ -2,7 +2,7 @@
 #include "BridgeFixture.h"
 #include "LogCapture.h"
 
-#include "app/WindowLayouts.h"
+#include "platform/WindowLayouts.h"
 #include "bridge/JNIServer.h"
 #include "conversion/ConversionController.h"
 #include "platform/DelayedCall.h"
@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -203,6 +204,58 @@ private slots:
         QVERIFY(!c->progressIndicator()->isEnabled());
     }
 
+    // A poll changes only the rows that changed: the file selected stays
+    // selected (known by its id), and the table keeps its scroll position.
+    void queueKeepsSelectionAndScroll()
+    {
+        const auto queue = [](const QList<int> &ids) {
+            QStringList items;
+            for (int id : ids)
+                items << QStringLiteral("{\"id\":\"%1\",\"name\":\"f%2.mkv\"}").arg(id % 1000).arg(id);
+            return busy("now.mkv", QStringLiteral("\"percentDone\":1"), '[' + items.join(',') + ']');
+        };
+        QList<int> ids;
+        for (int id = 1; id <= 40; ++id)
+            ids << id;
+        Tab tab;
+        ConversionController *c = tab.controller;
+        tab.window.resize(300, 200);
+        tab.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&tab.window));
+        serve(queue(ids));
+        c->reload();
+        QTableView *view = c->queueTableView();
+        view->selectRow(20);
+        view->verticalScrollBar()->setValue(10);
+        const auto selected = [&] {
+            QStringList names;
+            for (const QModelIndex &index : view->selectionModel()->selectedRows())
+                names << index.data().toString();
+            return names + QStringList{view->currentIndex().data().toString()};
+        };
+        QSignalSpy resets(view->model(), &QAbstractItemModel::modelReset);
+        QSignalSpy changes(view->model(), &QAbstractItemModel::dataChanged);
+
+        c->reload(); // the same queue: no row is touched
+        QCOMPARE(changes.count(), 0);
+        // The first file goes to the converter, one moves up, one is renamed
+        // (same id), two join at the end.
+        ids.removeFirst();
+        ids.move(ids.indexOf(30), 0);
+        ids[ids.indexOf(35)] = 1035;
+        ids << 41 << 42;
+        serve(queue(ids));
+        c->reload();
+        QStringList expected;
+        for (int id : ids)
+            expected << QStringLiteral("f%1.mkv").arg(id);
+        QCOMPARE(shownRows(*c), expected);
+        QCOMPARE(selected(), (QStringList{"f21.mkv", "f21.mkv"}));
+        QCOMPARE(view->verticalScrollBar()->value(), 10);
+        QCOMPARE(resets.count(), 0);
+        QCOMPARE(changes.count(), 1);
+    }
+
     // Showing polls at once and then every second; hiding lets the poll
     // already scheduled run and stops there. Showing again within that second
     // starts a second schedule beside the first.
@@ -324,11 +377,14 @@ private slots:
         own->setConversionLogWindowController(shown);
         QTRY_VERIFY(!hidden);
         own->onShow();
+        QCOMPARE(DelayedCall::pendingCount(own), 1);
 
         LogCapture log;
         delete own;
         QCOMPARE(log.lines(), QStringList{"ConversionController dealloc"});
+        BridgeFixture::clearRecordedCalls();
         QTest::qWait(1200); // the pending poll went with the controller
+        QCOMPARE(BridgeFixture::recordedCalls(), QStringList());
         QVERIFY(shown);
         shown->window()->close(); // and still frees itself on close
         QTRY_VERIFY(!shown);

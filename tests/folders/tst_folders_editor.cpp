@@ -98,6 +98,7 @@ private slots:
     void refusedDrops();
     void editsAreSavedAndReadBack();
     void buttons();
+    void selectionStaysOnItsRecords();
     void viewDropsLandBetweenRows();
     void playlistPicker();
 
@@ -365,6 +366,39 @@ void TestFoldersEditor::buttons()
     QVERIFY(!view->selectionModel()->hasSelection());
     m_conversionContent->findChild<QPushButton *>(u"removefolderButton"_s)->click(); // nothing selected
     QCOMPARE(names(m_conversion), (QStringList{u"A"_s, u"Chosen"_s}));
+}
+
+// Saving reads the list back from the file; a rename or an add from the
+// picker or the open panel leaves the selection on the same records.
+void TestFoldersEditor::selectionStaysOnItsRecords()
+{
+    seed({u"A"_s, u"B"_s, u"C"_s}, {u"X"_s, u"Y"_s});
+    const auto selected = [](FoldersEditor *editor) {
+        QStringList names;
+        for (const QModelIndex &index : editor->tableView()->selectionModel()->selectedRows())
+            names << index.data().toString();
+        return names << editor->tableView()->currentIndex().data().toString();
+    };
+    m_shared->tableView()->selectRow(1);
+    m_shared->setObjectValue(u"Renamed"_s, u"name"_s, 1);
+    m_shared->setObjectValue(u"First"_s, u"name"_s, 0);
+    QCOMPARE(selected(m_shared), (QStringList{u"Renamed"_s, u"Renamed"_s}));
+    m_shared->addITunesPlaylist(playlist(u"P"_s, u"List"_s));
+    m_shared->addITunesPlaylist(playlist(u"Q"_s, u"Top"_s), 0);
+    QCOMPARE(names(m_shared), (QStringList{u"Top"_s, u"First"_s, u"Renamed"_s, u"C"_s, u"List"_s}));
+    QCOMPARE(selected(m_shared), (QStringList{u"Renamed"_s, u"Renamed"_s}));
+
+    m_conversion->tableView()->selectRow(1);
+    makeDir(u"Chosen"_s);
+    whenModal([&](QWidget *dialog) {
+        auto *files = static_cast<QFileDialog *>(dialog);
+        files->setDirectory(m_home->path());
+        files->selectFile(u"Chosen"_s);
+        static_cast<QDialog *>(files)->accept();
+    });
+    m_conversionContent->findChild<QPushButton *>(u"addFolderButton"_s)->click();
+    QCOMPARE(names(m_conversion), (QStringList{u"X"_s, u"Y"_s, u"Chosen"_s}));
+    QCOMPARE(selected(m_conversion), (QStringList{u"Y"_s, u"Y"_s}));
 }
 
 void TestFoldersEditor::viewDropsLandBetweenRows()

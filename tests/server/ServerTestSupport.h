@@ -63,7 +63,8 @@ inline QStringList describeSettings(Server *server)
     const QMetaObject *meta = server->metaObject();
     for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
         const QMetaProperty property = meta->property(i);
-        if (property.isConstant() || QLatin1String(property.name()) == QLatin1String("running"))
+        const QLatin1String name(property.name());
+        if (property.isConstant() || name == QLatin1String("running") || name == QLatin1String("startFailure"))
             continue;
         const QVariant value = property.read(server);
         const QString text = value.metaType() == QMetaType::fromType<Encoding>() ? value.value<Encoding>().charset()

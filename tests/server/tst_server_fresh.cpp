@@ -97,6 +97,34 @@ private slots:
         QVERIFY(server()->isRunning());
     }
 
+    // A start refused for its port says why until the server runs or the
+    // user stops it; only a start the user asked for is announced.
+    void refusedStartSaysWhy()
+    {
+        QSignalSpy announced(server(), &Server::requestedStartFailed);
+        QSignalSpy changed(server(), &Server::startFailureChanged);
+        const QString taken = QStringLiteral("Port 45631 is in use by another program.");
+        server()->setRunning(false);
+        BridgeFixture::script(QStringLiteral("return.startServer"), QStringLiteral("-1"));
+        store().setBool(true, "serverRunning");
+        server()->checkUserDefaults(); // the start at launch: not asked for
+        server()->setRunning(true);
+        QCOMPARE(server()->startFailure(), taken);
+        QVERIFY(!server()->isRunning());
+        QCOMPARE(announced.count(), 1);
+        QCOMPARE(announced.at(0).at(0).toString(), taken);
+        QCOMPARE(changed.count(), 1);
+        server()->setRunning(false);
+        QCOMPARE(server()->startFailure(), QString());
+        server()->setRunning(true);
+        BridgeFixture::resetScript();
+        server()->setRunning(true);
+        QVERIFY(server()->isRunning());
+        QCOMPARE(server()->startFailure(), QString());
+        QCOMPARE(announced.count(), 2);
+        QCOMPARE(changed.count(), 4);
+    }
+
     void pollNoticesAServerThatStopsByItself()
     {
         QTest::qWait(1200); // one pass of the poll has seen the running server
@@ -115,9 +143,13 @@ private slots:
 
     void storedValuesAsRead()
     {
-        for (qint64 port : {0, -5}) { // a port below 1 is no port...
+        for (qint64 port : {0LL, -5LL, 1LL << 31}) { // a port below 1 (or beyond an int) is no port...
             store().setInteger(port, "CustomPort");
             QCOMPARE(server()->customPort(), 45631);
+        }
+        for (const auto &[text, port] : {std::pair{"50125x", 50125}, {" 8080", 8080}, {"x1", 45631}}) {
+            store().setString(text, "CustomPort"); // text read by its leading digits
+            QCOMPARE(server()->customPort(), port);
         }
         store().setInteger(0, "ConverterMaximalWidth"); // ...but a width of 0 is a width
         QCOMPARE(server()->maximalWidth(), 0);

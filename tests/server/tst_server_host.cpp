@@ -6,7 +6,6 @@
 #include "platform/Resources.h"
 #include "server/LocalIP.h"
 
-#include <QHostAddress>
 #include <QHostInfo>
 #include <QSignalSpy>
 
@@ -48,14 +47,25 @@ private slots:
         QCOMPARE(Server::computerName(), expected.isNull() ? QHostInfo::localHostName() : expected);
     }
 
-    void thisMachine()
+    // Only "en..." interfaces of three characters or more, with a link both
+    // up and running, give their IPv4 addresses, in the system's order.
+    void localAddresses()
     {
-        Server::setMachineInfoPath(QString());
-        const QStringList addresses = LocalIP::localIPs();
-        qInfo() << "computerName:" << Server::computerName() << "localIPs:" << addresses;
-        QVERIFY(!Server::computerName().isEmpty());
-        for (const QString &address : addresses)
-            QVERIFY2(QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol, qPrintable(address));
+        using If = LocalIP::Interface;
+        const auto entry = [](const char *name, bool ipv4, quint8 last, bool up = true, bool running = true) {
+            return If{QString::fromLatin1(name), ipv4, {192, 168, 1, last}, up, running};
+        };
+        const QList<If> list{entry("enp3s0", true, 10), entry("en", true, 11),   entry("eth0", true, 12),
+                             entry("wlan0", true, 13),  entry("en0", false, 14), entry("en1", true, 15, false),
+                             entry("en2", true, 16, true, false), entry("enx0", true, 17), entry("xen0", true, 18)};
+        QCOMPARE(LocalIP::addressesOf(list), (QStringList{"192.168.1.10", "192.168.1.17"}));
+
+        // The system's list: the loopback is there, up and running, and never taken.
+        const QList<If> system = LocalIP::interfaces();
+        QVERIFY(std::any_of(system.cbegin(), system.cend(), [](const If &i) {
+            return i.name == QLatin1String("lo") && i.ipv4 && i.up && i.running && i.address[0] == 127;
+        }));
+        QVERIFY(!LocalIP::localIPs().contains(QStringLiteral("127.0.0.1")));
     }
 
     // With no runtime to start, the facade is still a settings store, and
@@ -68,8 +78,12 @@ private slots:
         Server *server = Server::instance();
         QVERIFY(server && !JNIServer::instance()->isAvailable() && log.contains(QStringLiteral("Missing file")));
         QSignalSpy running(server, &Server::runningChanged);
+        QSignalSpy announced(server, &Server::requestedStartFailed);
         server->setRunning(true);
         QCOMPARE(running.count(), 1);
+        QVERIFY2(server->startFailure().startsWith("The server cannot run: Missing file: " + empty.path()),
+                 qPrintable(server->startFailure()));
+        QCOMPARE(announced.count(), 1);
         QCOMPARE(Defaults::standard().objectForKey(QStringLiteral("serverRunning")), QVariant(true));
         QVERIFY(!server->isRunning() && server->availableEncodings().isEmpty() && server->fontFamilyName().isNull());
         QCOMPARE(server->availableLanguages(), QStringList({"None"}));
