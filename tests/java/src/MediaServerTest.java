@@ -98,7 +98,7 @@ public final class MediaServerTest {
 
     static Map<String, Object> named(List<Map<String, Object>> list, String name) {
         return list.stream().filter(m -> name.equals(m.get("name"))).findFirst()
-                .orElseThrow(() -> new AssertionError("no " + name + " in " + list));
+                .orElseThrow(() -> new AssertionError("no " + name + " in " + list.stream().map(m -> m.get("name")).toList()));
     }
 
     /** The raw status line's code for a request sent byte for byte as given (no client-side clean-up). */
@@ -299,7 +299,8 @@ public final class MediaServerTest {
 
         waitFor(() -> {
             try {
-                return list(json("/api/library"), "sections").size() == 3;
+                return list(json("/api/library"), "sections").stream().map(m -> m.get("name")).toList()
+                        .equals(List.of("Movies", "Trip", "Converted"));
             } catch (Throwable e) {
                 return false;
             }
@@ -469,6 +470,36 @@ public final class MediaServerTest {
         check(new String(send("GET", "/status?page=99").body(), StandardCharsets.UTF_8).contains("Entry 449;"),
                 "a page past the end shows the last");
         writeFolders();
+    }
+
+    /** A shared folder made after it was shared appears without waiting for the slow rescan; Latin-1 playlists read. */
+    static void testLateFolderAndLatin1Playlist() throws Exception {
+        Path late = shared.resolve("late/later");
+        Path list = Files.createDirectories(shared.resolve("lists")).resolve("old.m3u");
+        Files.writeString(Files.createDirectories(shared.resolve("lists")).resolve("Caf\u00e9.mp4"), "x");
+        Files.write(list, "Caf\u00e9.mp4\n".getBytes(StandardCharsets.ISO_8859_1));
+        writeFolders(entry("Late", "DiskFolder", late), entry("Old", "iTunesPlaylist", list));
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").stream().map(m -> m.get("name")).toList()
+                        .containsAll(List.of("Late", "Old"));
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "both sections");
+        List<Map<String, Object>> sections = list(json("/api/library"), "sections");
+        equal(0.0, named(sections, "Late").get("count"), "nothing there yet");
+        equal(List.of("Caf\u00e9"), list(json("/api/sections/" + named(sections, "Old").get("id")), "items").stream()
+                .map(i -> i.get("name")).toList(), "a Latin-1 playlist entry");
+        Files.createDirectories(late);
+        Files.writeString(late.resolve("v.webm"), "x");
+        waitFor(() -> {
+            try {
+                return named(list(json("/api/library"), "sections"), "Late").get("count").equals(1.0);
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 8000, "the folder made after sharing it");
     }
 
     static void testSilentAndSlowClientsBlockNobody() throws Exception {

@@ -48,6 +48,13 @@ final class FolderScan {
         try {
             root = location.toRealPath();
         } catch (IOException | SecurityException e) {
+            // Not there (yet): watching the nearest folder that is notices it being made.
+            for (Path p = location.toAbsolutePath().getParent(); p != null; p = p.getParent()) {
+                if (Files.isDirectory(p)) {
+                    watched.add(p);
+                    break;
+                }
+            }
             return new Section(sectionId, name, kind, new Folder(sectionId, name, List.of(), List.of()), watched, false);
         }
         Deque<Level> stack = new ArrayDeque<>();
