@@ -259,12 +259,18 @@ final class MediaFfmpegTest {
         try (Stream<Path> s = Files.list(media.settings().cacheFolder().resolve("metadata"))) {
             check(s.anyMatch(p -> p.toString().endsWith(".json")), "kept on disk");
         }
-        // A fresh store (a restart) finds it on disk; a changed file is a new key.
+        // A fresh store (a restart) finds it on disk, and drops what is months old; a changed file is a new key.
+        Path old = Files.writeString(Files.createDirectories(media.settings().cacheFolder().resolve("thumbnails"))
+                .resolve("gone.jpg"), "x");
+        Files.setLastModifiedTime(old, FileTime.fromMillis(System.currentTimeMillis() - 100L * 86_400_000L));
         MediaServices again = services();
         MediaInfo fromDisk = null;
         for (int i = 0; i < 100 && fromDisk == null; i++, Thread.sleep(20))
             fromDisk = again.metadata().cached(video, size, mtime);
         check(fromDisk != null && fromDisk.width == 320, "read back from disk");
+        for (int i = 0; i < 100 && Files.exists(old); i++)
+            Thread.sleep(20);
+        check(!Files.exists(old), "an entry 100 days old pruned");
         Files.setLastModifiedTime(video, FileTime.fromMillis(mtime + 10_000));
         check(again.metadata().cached(video, size, mtime + 10_000) == null, "a changed file is not taken as known");
     }

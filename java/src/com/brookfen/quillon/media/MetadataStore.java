@@ -29,6 +29,8 @@ public final class MetadataStore {
     static final long PROBE_TIMEOUT_MILLIS = 60_000;
     private static final int THREADS = 2;
     private static final int QUEUE_LIMIT = 20_000;
+    /** Days a cached answer, thumbnail or extracted track is kept. */
+    static final int KEEP_DAYS = 90;
 
     private final MediaSettings settings;
     private final ChildProcesses children;
@@ -166,10 +168,19 @@ public final class MetadataStore {
         }
     }
 
-    /** Reads the disk cache into memory in the background, so that a first listing finds it. */
+    /**
+     * Reads the disk cache into memory in the background, so that a first listing finds it,
+     * and drops what was made long ago: files that changed or went away leave entries no key
+     * reaches any more, and a file still there is simply probed again.
+     */
     public void preload() {
         try {
             pool.execute(() -> {
+                Path cache = settings.cacheFolder();
+                long before = System.currentTimeMillis() - TimeUnit.DAYS.toMillis(KEEP_DAYS);
+                for (String kind : new String[] {"metadata", "thumbnails", "subtitles"}) {
+                    prune(cache.resolve(kind), before);
+                }
                 try (DirectoryStream<Path> dir = Files.newDirectoryStream(folder(), "*.json")) {
                     for (Path p : dir) {
                         String name = p.getFileName().toString();
@@ -188,6 +199,18 @@ public final class MetadataStore {
             });
         } catch (RejectedExecutionException ignored) {
             // shutting down
+        }
+    }
+
+    private static void prune(Path folder, long before) {
+        try (DirectoryStream<Path> dir = Files.newDirectoryStream(folder)) {
+            for (Path p : dir) {
+                if (Files.isRegularFile(p) && Files.getLastModifiedTime(p).toMillis() < before) {
+                    Files.deleteIfExists(p);
+                }
+            }
+        } catch (IOException | RuntimeException ignored) {
+            // nothing cached there yet
         }
     }
 
