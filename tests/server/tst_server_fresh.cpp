@@ -268,8 +268,7 @@ private slots:
     void subtitles()
     {
         QCOMPARE(server()->availableLanguages(), QStringList({"None", "English", "French", "German"}));
-        QCOMPARE(server()->availableFontSizes(), QList<int>({90, 100, 110, 120, 130, 140, 150}));
-        QCOMPARE(withPercent(90), QStringLiteral("90%"));
+        // The font sizes as shown: the shell test reads them in the window.
         QVERIFY(callsDuring([&] { server()->setPreferredLanguage(QStringLiteral("French"), 5); }).isEmpty()); // no such slot
 
         // A stored charset the server no longer offers gives way to the first
