@@ -6,6 +6,8 @@
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QLockFile>
+#include <QThread>
 #include <QTimer>
 
 #include <unistd.h>
@@ -20,12 +22,30 @@ const int kIdleConnectionMs = 5000;
 
 }
 
-QString SingleInstance::defaultName()
+namespace {
+QString runtimeFolder()
 {
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (!runtime.isEmpty() && QDir::isAbsolutePath(runtime) && QFileInfo(runtime).isDir())
+        return runtime;
+    return QString();
+}
+}
+
+QString SingleInstance::defaultName()
+{
+    const QString runtime = runtimeFolder();
+    if (!runtime.isEmpty())
         return QDir(runtime).filePath(QStringLiteral("quillon-server.socket"));
     return QStringLiteral("quillon-server-%1").arg(::getuid());
+}
+
+QString SingleInstance::defaultLockName()
+{
+    const QString runtime = runtimeFolder();
+    if (!runtime.isEmpty())
+        return QDir(runtime).filePath(QStringLiteral("quillon-server.lock"));
+    return QDir(QDir::tempPath()).filePath(QStringLiteral("quillon-server-%1.lock").arg(::getuid()));
 }
 
 SingleInstance::SingleInstance(QObject *parent)
@@ -35,45 +55,66 @@ SingleInstance::SingleInstance(QObject *parent)
 
 SingleInstance::~SingleInstance() = default;
 
-bool SingleInstance::askRunningInstance(const QString &name, int timeoutMs)
+bool SingleInstance::askRunningInstance(const QString &name, int timeoutMs, int connectMs)
 {
     QLocalSocket socket;
-    socket.connectToServer(name);
-    if (!socket.waitForConnected(1000))
-        return false; // nobody listens: no socket, or one left by a crash
+    QDeadlineTimer connectDeadline(connectMs);
+    for (;;) {
+        socket.connectToServer(name);
+        if (socket.waitForConnected(1000))
+            break;
+        if (connectDeadline.hasExpired())
+            return false; // nobody listens: no socket, or one left by a crash
+        socket.abort();
+        QThread::msleep(100);
+    }
     socket.write(kShowRequest);
     if (!socket.waitForBytesWritten(1000))
         return false;
     // The running instance may be busy starting its server; it answers once
-    // its event loop runs. Its accepting the connection is what counts.
+    // its event loop runs.
     QByteArray answer;
-    while (!answer.contains('\n') && socket.waitForReadyRead(timeoutMs))
+    QDeadlineTimer deadline(timeoutMs);
+    while (!answer.contains('\n') && socket.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime()))))
         answer += socket.readAll();
-    if (answer != kAcknowledge)
-        systemLog(QStringLiteral("The running Quillon Server did not confirm the request"));
-    return true;
+    return answer == kAcknowledge;
 }
 
-SingleInstance::Outcome SingleInstance::start(const QString &name)
+SingleInstance::Outcome SingleInstance::start(const QString &name, const QString &lockName)
 {
-    if (askRunningInstance(name))
-        return AnotherInstance;
+    m_lock = std::make_unique<QLockFile>(lockName);
+    m_lock->setStaleLockTime(0); // stale only when its process is gone, however old
+    if (!m_lock->tryLock(0)) {
+        if (m_lock->error() == QLockFile::LockFailedError) {
+            // Held by a running instance, which listens from the moment it
+            // has the lock: a few seconds to reach it, more to answer.
+            m_windowShown = askRunningInstance(name, 10000, 3000);
+            return AnotherInstance;
+        }
+        // No lock to be had (an unwritable folder): the socket alone guards.
+        systemLog(QStringLiteral("Cannot take the lock file %1; only the socket keeps a second launch out")
+                      .arg(lockName));
+        m_lock.reset();
+        if (askRunningInstance(name, 10000)) {
+            m_windowShown = true;
+            return AnotherInstance;
+        }
+    }
+    return listen(name) ? Listening : Failed;
+}
 
+bool SingleInstance::listen(const QString &name)
+{
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::acceptConnections);
+    // With the lock held, a socket already there was left by a crash.
+    if (m_lock)
+        QLocalServer::removeServer(name);
     if (m_server->listen(name))
-        return Listening;
-    if (m_server->serverError() == QAbstractSocket::AddressInUseError) {
-        // Another launch may have won the race since we asked.
-        if (askRunningInstance(name))
-            return AnotherInstance;
-        QLocalServer::removeServer(name); // left behind by a crash
-        if (m_server->listen(name))
-            return Listening;
-    }
+        return true;
     systemLog(QStringLiteral("Cannot listen for other launches on %1: %2").arg(name, m_server->errorString()));
-    return Failed;
+    return false;
 }
 
 void SingleInstance::acceptConnections()

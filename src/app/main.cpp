@@ -22,7 +22,7 @@ const char kHelp[] =
     "  -v, --version  print the version and exit\n"
     "\n"
     "Qt's own options (-platform and others) are accepted as well.\n"
-    "SIGTERM and SIGINT quit the program cleanly. See quillon-server(1).\n";
+    "SIGTERM, SIGINT and SIGHUP quit the program cleanly. See quillon-server(1).\n";
 
 // Answers --help and --version before anything else exists (no display, no
 // JVM). Returns true when the program should end.
@@ -47,6 +47,9 @@ int main(int argc, char *argv[])
 {
     if (printedInformation(argc, argv))
         return std::fflush(stdout) == 0 && !std::ferror(stdout) ? 0 : 1;
+    // Before any thread starts, so that every thread inherits it: a quit
+    // signal waits until the JVM exists (see SignalQuit.h).
+    holdQuitSignals();
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quillon Server"));
@@ -54,20 +57,25 @@ int main(int argc, char *argv[])
     QGuiApplication::setDesktopFileName(QStringLiteral(QUILLON_APP_ID));
     // A tray program: closing its last window does not end it.
     QApplication::setQuitOnLastWindowClosed(false);
+    if (!installSignalQuit())
+        systemLog(QStringLiteral("SIGTERM, SIGINT and SIGHUP will end the program without its clean-up"));
 
     // A second launch only brings the first one's window forward.
     SingleInstance instance;
-    if (instance.start() == SingleInstance::AnotherInstance)
+    if (instance.start() == SingleInstance::AnotherInstance) {
+        std::puts(instance.windowShown()
+                      ? "Quillon Server is already running; its preferences window has been shown."
+                      : "Quillon Server is already running; its preferences window could not be shown.");
         return 0;
+    }
 
     installPreferencesTabs();
     auto *controller = new StartupController; // deletes itself when the application quits
+    // Creates the JVM, which releases the quit signals as soon as it exists.
     controller->awakeFromNib();
+    releaseQuitSignals(); // when there was no JVM to create
     QObject::connect(&instance, &SingleInstance::showPreferencesRequested, controller,
                      &StartupController::showPreferences);
 
-    // After the JVM exists: it installs handlers of its own for both signals.
-    if (!installSignalQuit())
-        systemLog(QStringLiteral("SIGTERM and SIGINT will end the program without its clean-up"));
     return app.exec();
 }

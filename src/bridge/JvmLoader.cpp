@@ -1,5 +1,6 @@
 #include "bridge/JvmLoader.h"
 
+#include "bridge/SignalQuit.h"
 #include "platform/SystemLog.h"
 
 #include <QDir>
@@ -144,6 +145,9 @@ int JvmLoader::createJavaVM(const QString &minimumVersion, JavaVM **vm, JNIEnv *
         systemLog(QStringLiteral("The Java runtime %1 has no JNI_CreateJavaVM").arg(g_libraryPath));
         return JNI_ERR;
     }
+    // The JVM must not take SIGTERM, SIGINT and SIGHUP for itself: its
+    // handlers end the process without our clean-up.
+    QuitSignalsSetAside aside;
     return create(vm, reinterpret_cast<void **>(env), args);
 }
 

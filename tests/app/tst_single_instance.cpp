@@ -1,23 +1,49 @@
-// Launches of the real program: a crashed instance's socket does not block
-// the next start, a second launch asks the running one for its window and
-// ends without starting a server, SIGTERM ends the run cleanly.
+// Launches of the real program: one instance per user even when launches
+// race, with or without the local socket; a crashed instance's lock and
+// socket do not block the next start; SIGTERM at any moment of start-up and
+// SIGHUP after it end the run cleanly.
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <csignal>
+#include <memory>
 
 namespace {
 
 const QString kStarted = QStringLiteral("Server started on: ");
+const QByteArray kShown = "Quillon Server is already running; its preferences window has been shown.\n";
+const QByteArray kNotShown = "Quillon Server is already running; its preferences window could not be shown.\n";
 
-// The program run with `environment`; QProcess kills what still runs when it goes.
-struct Launch {
-    explicit Launch(const QProcessEnvironment &environment)
+// A home and a runtime folder (mode 0700, as a runtime folder is) of their own.
+struct User {
+    User()
     {
-        process.setProcessEnvironment(environment);
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+        environment.insert(QStringLiteral("QUILLON_RESOURCE_DIR"), QStringLiteral(QUILLON_PROGRAM_RESOURCES));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        environment.insert(QStringLiteral("QUILLON_QUIT_AFTER_MS"), QStringLiteral("0")); // no way to end the run
+    }
+    QString socket() const { return runtime.filePath(QStringLiteral("quillon-server.socket")); }
+    QString lock() const { return runtime.filePath(QStringLiteral("quillon-server.lock")); }
+
+    QTemporaryDir home;
+    QTemporaryDir runtime;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+};
+
+// The program run as `user`; QProcess kills what still runs when it goes.
+struct Launch {
+    explicit Launch(const User &user)
+    {
+        process.setProcessEnvironment(user.environment);
         process.start(QStringLiteral(QUILLON_PROGRAM), {});
     }
 
@@ -37,6 +63,15 @@ struct Launch {
             && process.exitCode() == 0;
     }
 
+    // The singletons went, in this order.
+    bool loggedShutdown()
+    {
+        const qsizetype controller = log().indexOf(QLatin1String("StartupController Dealloc"));
+        const qsizetype server = text.indexOf(QLatin1String("Server Dealloc"));
+        const qsizetype bridge = text.indexOf(QLatin1String("JNIServer dealloc"));
+        return controller >= 0 && server > controller && bridge > server;
+    }
+
     bool signal(int number) { return ::kill(pid_t(process.processId()), number) == 0; }
     const QString &log() { return text += QString::fromUtf8(process.readAllStandardError()); }
 
@@ -50,53 +85,110 @@ class TestSingleInstance : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_home;
-    QTemporaryDir m_runtime; // made with mode 0700, as a runtime folder is
-    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
-
 private slots:
-    void oneInstancePerUser()
+    void oneInstanceWhenLaunchesRace()
     {
-        QVERIFY(m_home.isValid() && m_runtime.isValid());
-        m_environment.insert(QStringLiteral("HOME"), m_home.path());
-        m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
-        m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
-        m_environment.insert(QStringLiteral("QUILLON_RESOURCE_DIR"), QStringLiteral(QUILLON_PROGRAM_RESOURCES));
-        m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        m_environment.insert(QStringLiteral("QUILLON_QUIT_AFTER_MS"), QStringLiteral("0")); // no way to end the run
-        const QString socket = m_runtime.filePath(QStringLiteral("quillon-server.socket"));
+        User user;
+        QVERIFY(user.home.isValid() && user.runtime.isValid());
 
-        // An instance that crashes leaves its socket behind.
+        // An instance that crashes leaves its lock and socket behind.
         {
-            Launch crashed(m_environment);
+            Launch crashed(user);
             QVERIFY2(crashed.waitFor(kStarted), qPrintable(crashed.log()));
-            QVERIFY(QFileInfo::exists(socket));
             QVERIFY(crashed.signal(SIGKILL));
             QVERIFY(!crashed.endsCleanly());
         }
-        QVERIFY(QFileInfo::exists(socket));
+        QVERIFY(QFileInfo::exists(user.socket()) && QFileInfo::exists(user.lock()));
 
-        Launch first(m_environment);
+        // Ten at once: one runs, the others ask it for its window and end.
+        std::vector<std::unique_ptr<Launch>> launches;
+        for (int i = 0; i < 10; ++i)
+            launches.push_back(std::make_unique<Launch>(user));
+        const auto ended = [&] {
+            return std::count_if(launches.begin(), launches.end(),
+                                 [](auto &launch) { return launch->process.state() == QProcess::NotRunning; });
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(ended() >= 9, 30000);
+        Launch *running = nullptr;
+        for (auto &launch : launches) {
+            if (launch->process.state() == QProcess::NotRunning) {
+                QVERIFY(launch->endsCleanly());
+                QCOMPARE(launch->process.readAllStandardOutput(), kShown);
+                QVERIFY2(!launch->log().contains(kStarted), qPrintable(launch->text));
+            } else {
+                QVERIFY2(!running, "two instances run");
+                running = launch.get();
+            }
+        }
+        QVERIFY(running && running->waitFor(kStarted));
+        QTRY_COMPARE_WITH_TIMEOUT(running->log().count(QLatin1String("Preferences window requested by another launch")),
+                                  9, 10000);
+
+        QVERIFY(running->signal(SIGTERM));
+        QVERIFY2(running->endsCleanly() && running->loggedShutdown(), qPrintable(running->log()));
+        // A clean end takes its socket and lock along.
+        QVERIFY(!QFileInfo::exists(user.socket()) && !QFileInfo::exists(user.lock()));
+    }
+
+    void lockHoldsWithoutSocket()
+    {
+        // A folder in the socket's place: nobody can listen there.
+        User user;
+        QVERIFY(QDir().mkpath(user.socket() + QStringLiteral("/in-the-way")));
+        Launch first(user);
         QVERIFY2(first.waitFor(kStarted), qPrintable(first.log()));
+        QVERIFY(first.log().contains(QStringLiteral("Cannot listen for other launches on ") + user.socket()));
 
-        // Further launches ask the first and end, without a server of their own.
-        for (int launch = 1; launch <= 2; ++launch) {
-            Launch next(m_environment);
-            QVERIFY2(next.endsCleanly(), qPrintable(next.log()));
-            QVERIFY2(!next.log().contains(kStarted), qPrintable(next.text));
-            QTRY_COMPARE_WITH_TIMEOUT(first.log().count(QLatin1String("Preferences window requested by another launch")),
-                                      launch, 10000);
+        Launch second(user);
+        QVERIFY2(second.endsCleanly(), qPrintable(second.log()));
+        QCOMPARE(second.process.readAllStandardOutput(), kNotShown);
+        QVERIFY(!second.log().contains(kStarted));
+        QVERIFY(first.signal(SIGTERM) && first.endsCleanly());
+    }
+
+    void quitSignalsDuringStartUp()
+    {
+        // How long a start takes here, ended by SIGHUP once it has started.
+        qint64 startUpMs = 0;
+        {
+            User user;
+            QElapsedTimer clock;
+            clock.start();
+            Launch launch(user);
+            QVERIFY2(launch.waitFor(kStarted), qPrintable(launch.log()));
+            startUpMs = clock.elapsed();
+            QVERIFY(launch.signal(SIGHUP));
+            QVERIFY2(launch.endsCleanly() && launch.loggedShutdown(), qPrintable(launch.log()));
         }
 
-        // SIGTERM ends the event loop; the singletons go in order.
-        QVERIFY(first.signal(SIGTERM));
-        QVERIFY2(first.endsCleanly(), qPrintable(first.log()));
-        const QString log = first.log();
-        const qsizetype controller = log.indexOf(QLatin1String("StartupController Dealloc"));
-        const qsizetype server = log.indexOf(QLatin1String("Server Dealloc"));
-        const qsizetype bridge = log.indexOf(QLatin1String("JNIServer dealloc"));
-        QVERIFY2(controller >= 0 && server > controller && bridge > server, qPrintable(log));
-        QVERIFY(!QFileInfo::exists(socket)); // a clean end takes its socket along
+        // SIGTERM at 20 moments from the process's start to past the server's
+        // start, four launches at a time. A clean end logs the shutdown; only a
+        // signal before the program ran at all may end it, silently.
+        for (int batch = 0; batch < 5; ++batch) {
+            std::vector<std::unique_ptr<User>> users(4);
+            std::vector<std::unique_ptr<Launch>> launches;
+            std::vector<int> moments;
+            for (auto &user : users) {
+                user = std::make_unique<User>();
+                launches.push_back(std::make_unique<Launch>(*user));
+                moments.push_back(QRandomGenerator::global()->bounded(int(startUpMs * 3 / 2) + 1));
+            }
+            QElapsedTimer clock;
+            clock.start();
+            for (size_t i = 0; i < launches.size(); ++i) {
+                QTest::qSleep(int(qMax<qint64>(0, moments[i] - clock.elapsed())));
+                QVERIFY(launches[i]->signal(SIGTERM));
+            }
+            for (size_t i = 0; i < launches.size(); ++i) {
+                Launch &launch = *launches[i];
+                launch.process.waitForFinished(30000);
+                const QString what = QStringLiteral("SIGTERM after %1 ms: %2").arg(moments[i]).arg(launch.log());
+                if (launch.process.exitStatus() == QProcess::CrashExit)
+                    QVERIFY2(launch.log().isEmpty() && moments[i] < startUpMs, qPrintable(what));
+                else
+                    QVERIFY2(launch.process.exitCode() == 0 && launch.loggedShutdown(), qPrintable(what));
+            }
+        }
     }
 };
 
