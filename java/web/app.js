@@ -456,7 +456,6 @@ async function render() {
   Q.stopPlayback();
   filterBox().value = '';
   filterBox().disabled = route.view === 'play';
-  document.body.dataset.view = route.view;
   loading();
   const current = () => token === renderCount;
   try {
