@@ -87,15 +87,16 @@ SingleInstance::Outcome SingleInstance::start(const QString &name, const QString
     if (!m_lock->tryLock(0)) {
         if (m_lock->error() == QLockFile::LockFailedError) {
             // Held by a running instance, which listens from the moment it
-            // has the lock: a few seconds to reach it, more to answer.
-            m_windowShown = askRunningInstance(name, 10000, 3000);
+            // has the lock: a few seconds to reach it, more to answer (it
+            // answers once its start-up is over).
+            m_windowShown = askRunningInstance(name, 20000, 3000);
             return AnotherInstance;
         }
         // No lock to be had (an unwritable folder): the socket alone guards.
         systemLog(QStringLiteral("Cannot take the lock file %1; only the socket keeps a second launch out")
                       .arg(lockName));
         m_lock.reset();
-        if (askRunningInstance(name, 10000)) {
+        if (askRunningInstance(name, 20000)) {
             m_windowShown = true;
             return AnotherInstance;
         }

@@ -45,7 +45,7 @@ public:
     // Sends the request to a running instance; true when it confirmed within
     // `timeoutMs`. A connection that cannot be made is tried again for
     // `connectMs`: the instance may be about to listen.
-    static bool askRunningInstance(const QString &name, int timeoutMs = 10000, int connectMs = 0);
+    static bool askRunningInstance(const QString &name, int timeoutMs = 20000, int connectMs = 0);
 
 signals:
     // Another launch wants the preferences window.

@@ -122,7 +122,7 @@ private slots:
         }
         QVERIFY(running && running->waitFor(kStarted));
         QTRY_COMPARE_WITH_TIMEOUT(running->log().count(QLatin1String("Preferences window requested by another launch")),
-                                  9, 10000);
+                                  9, 30000);
 
         QVERIFY(running->signal(SIGTERM));
         QVERIFY2(running->endsCleanly() && running->loggedShutdown(), qPrintable(running->log()));
@@ -184,7 +184,7 @@ private slots:
                 launch.process.waitForFinished(30000);
                 const QString what = QStringLiteral("SIGTERM after %1 ms: %2").arg(moments[i]).arg(launch.log());
                 if (launch.process.exitStatus() == QProcess::CrashExit)
-                    QVERIFY2(launch.log().isEmpty() && moments[i] < startUpMs, qPrintable(what));
+                    QVERIFY2(launch.log().isEmpty(), qPrintable(what));
                 else
                     QVERIFY2(launch.process.exitCode() == 0 && launch.loggedShutdown(), qPrintable(what));
             }
