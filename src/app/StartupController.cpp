@@ -5,6 +5,7 @@
 #include "WindowController.h"
 #include "platform/Defaults.h"
 #include "platform/Resources.h"
+#include "platform/SaveFailures.h"
 #include "platform/SystemLog.h"
 #include "preferences/MainWindowController.h"
 #include "server/Server.h"
@@ -108,6 +109,7 @@ void StartupController::addStatusMenu()
         return;
     m_statusItem = new QSystemTrayIcon(this);
     m_statusItem->setToolTip(toolTipText());
+    connect(&SaveFailures::instance(), &SaveFailures::changed, this, &StartupController::updateToolTip);
     // The saved wish: no Server exists yet, and none is created here.
     updateIconRunning(Server::preferencesIsRunning());
     // A left click opens the menu too, as a status menu does; a right click
@@ -157,6 +159,8 @@ QString StartupController::toolTipText() const
         if (!facade->startFailure().isEmpty() && !facade->isRunning())
             lines << facade->startFailure();
     }
+    if (SaveFailures::instance().any())
+        lines << SaveFailures::instance().message();
     return lines.join(QLatin1Char('\n'));
 }
 

@@ -35,7 +35,8 @@ public:
     void updateIconRunning(bool running);
     void updateIcon();
     // "Quillon Server", and while the server is not running the reason it
-    // could not start. Further reasons join as lines of their own.
+    // could not start; while a file cannot be saved, "Settings cannot be
+    // saved". Further reasons join as lines of their own.
     QString toolTipText() const;
     void updateToolTip();
     void checkFirstStart();

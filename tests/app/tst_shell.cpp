@@ -316,6 +316,17 @@ private slots:
         QCOMPARE(controller->statusItem()->toolTip(), QStringLiteral("Quillon Server"));
         QCOMPARE(notified.count(), 1);
         menuAction(controller, "stopServer")->trigger();
+
+        // A settings file that cannot be saved says so too, until it can.
+        QTemporaryDir dir;
+        QFile blocker(dir.filePath(QStringLiteral("Quillon")));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        Defaults store(blocker.fileName() + QStringLiteral("/QuillonServer.conf"));
+        store.setBool(true, QStringLiteral("k"));
+        QCOMPARE(controller->statusItem()->toolTip(), QStringLiteral("Quillon Server\nSettings cannot be saved"));
+        QVERIFY(blocker.remove());
+        store.setBool(false, QStringLiteral("k"));
+        QCOMPARE(controller->statusItem()->toolTip(), QStringLiteral("Quillon Server"));
     }
 
     void openWebPlayerFollowsThePort()
