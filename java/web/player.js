@@ -169,16 +169,46 @@
     video.play().catch(() => { /* autoplay refused: the controls are there */ });
   }
 
+  // The browser's own HLS does not tell why a playlist failed: the playlist is
+  // asked for first, so that a busy server (503) or a password (401) gets its
+  // message. The server keeps the conversion the first request started.
+  async function startNativeHls(start) {
+    const state = active;
+    const { video, item } = state;
+    setPath('native-hls');
+    let status;
+    try {
+      status = (await fetch(location.origin + item.hls, { cache: 'no-store', credentials: 'same-origin' })).status;
+    } catch (e) {
+      status = 0;
+    }
+    if (state.closed) return;
+    if (status === 503 && state.busyTries++ < 30) {
+      playerMessage(`The server is already converting two other videos. Trying again in ${BUSY_RETRY_SECONDS} seconds…`);
+      state.timers.push(setTimeout(() => { if (!state.closed) { clearMessage(); startNativeHls(start); } }, BUSY_RETRY_SECONDS * 1000));
+      return;
+    }
+    if (status === 401) {
+      playerMessage('The server asks for its password again.', 'Sign in', () => location.reload());
+      return;
+    }
+    if (status < 200 || status >= 300) {
+      const why = status ? `The server could not convert this video (HTTP ${status}).` : 'The connection to Quillon Server was lost.';
+      playerMessage(why, 'Try again', () => { clearMessage(); startNativeHls(start); });
+      return;
+    }
+    video.src = item.hls;
+    if (start > 0) video.addEventListener('loadedmetadata', () => { video.currentTime = start; }, { once: true });
+    video.play().catch(() => {});
+  }
+
   function startHls(start) {
     const state = active;
     const { video, item } = state;
     if (state.hls) { state.hls.destroy(); state.hls = null; }
     if (!item.hls) { playerMessage('This video cannot be played in this browser.'); return; }
     if (!FORCE_HLS_JS && video.canPlayType(HLS_TYPE)) {
-      setPath('native-hls');
-      video.src = item.hls;
-      if (start > 0) video.addEventListener('loadedmetadata', () => { video.currentTime = start; }, { once: true });
-      video.play().catch(() => {});
+      startNativeHls(start);
       return;
     }
     loadHlsJs().then((Hls) => {
@@ -324,7 +354,14 @@
       video.addEventListener('ended', () => saveResume(item.id, 0, video.duration));
       // A file the browser turns down after all goes through the conversion.
       video.addEventListener('error', () => {
-        if (state.closed || document.body.dataset.playback !== 'direct') return;
+        const path = document.body.dataset.playback;
+        if (state.closed || !video.error) return;
+        if (path === 'native-hls') {
+          const at = video.currentTime || start;
+          playerMessage('The converted video stopped playing.', 'Try again', () => { clearMessage(); startNativeHls(at); });
+          return;
+        }
+        if (path !== 'direct') return; // hls.js reports its own errors
         if (!state.triedHls && item.hls) {
           state.triedHls = true;
           startHls(video.currentTime || start);
