@@ -47,10 +47,15 @@
   const AUDIO_CODECS = { aac: 'mp4a.40.2', mp3: 'mp4a.69', opus: 'opus', vorbis: 'vorbis', flac: 'flac', ac3: 'ac-3', eac3: 'ec-3' };
 
   // The MIME type to ask the browser about, with codecs where they are known.
+  // Names usually come without their extension: then the codecs tell WebM
+  // (VP8, VP9, Vorbis) from MP4.
   function mediaType(item) {
     const ext = (/\.([a-z0-9]+)$/i.exec(item.name || '') || [])[1];
-    const container = CONTAINERS[(ext || '').toLowerCase()] || 'video/mp4';
-    const codecs = [VIDEO_CODECS[String(item.videoCodec).toLowerCase()], AUDIO_CODECS[String(item.audioCodec).toLowerCase()]].filter(Boolean);
+    const video = String(item.videoCodec).toLowerCase();
+    const audio = String(item.audioCodec).toLowerCase();
+    const webm = video === 'vp8' || video === 'vp9' || audio === 'vorbis';
+    const container = CONTAINERS[(ext || '').toLowerCase()] || (webm ? 'video/webm' : 'video/mp4');
+    const codecs = [VIDEO_CODECS[video], AUDIO_CODECS[audio]].filter(Boolean);
     return codecs.length ? `${container}; codecs="${codecs.join(', ')}"` : container;
   }
 
