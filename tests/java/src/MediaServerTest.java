@@ -533,6 +533,8 @@ public final class MediaServerTest {
                 }
             }
             check(trickleClosed, "a trickling header is cut off");
+            System.out.println("A trickling header was cut off after "
+                    + (System.currentTimeMillis() - (end - limit)) + " ms");
             for (Socket s : half.subList(0, 50)) {
                 s.setSoTimeout((int) Math.max(1, end - System.currentTimeMillis()));
                 try {
