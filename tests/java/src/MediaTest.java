@@ -26,6 +26,10 @@ public final class MediaTest {
     static Path temp;
 
     public static void main(String[] args) throws Exception {
+        if (args.length == 2 && args[0].equals("leave-a-child")) {
+            leaveAChild(Path.of(args[1]));
+            return;
+        }
         temp = Files.createTempDirectory("quillon-media-test");
         System.setProperty(MediaSettings.CACHE_FOLDER_PROPERTY, temp.resolve("cache").toString());
         int failures = 0;
@@ -63,6 +67,26 @@ public final class MediaTest {
 
     static MediaServices services() {
         return new MediaServices(new LogBook(LogBook.DEFAULT_LIMIT));
+    }
+
+    /** Starts a long child through the owner, tells its pid, and exits without ending it. */
+    static void leaveAChild(Path pidFile) throws Exception {
+        Process p = new com.brookfen.quillon.media.ChildProcesses().start(List.of("sleep", "60"), null, false);
+        Files.writeString(pidFile, Long.toString(p.pid()));
+        System.exit(0);
+    }
+
+    static void testChildrenEndWithTheJvm() throws Exception {
+        Path pidFile = temp.resolve("child.pid");
+        String javaCommand = ProcessHandle.current().info().command().orElse("java");
+        Process jvm = new ProcessBuilder(javaCommand, "-cp", System.getProperty("java.class.path"), "MediaTest",
+                "leave-a-child", pidFile.toString()).inheritIO().start();
+        check(jvm.waitFor(30, java.util.concurrent.TimeUnit.SECONDS) && jvm.exitValue() == 0, "helper JVM ran");
+        long pid = Long.parseLong(Files.readString(pidFile).trim());
+        java.util.Optional<ProcessHandle> child = ProcessHandle.of(pid);
+        for (int i = 0; i < 100 && child.isPresent() && child.get().isAlive(); i++)
+            Thread.sleep(20);
+        check(child.isEmpty() || !child.get().isAlive(), "the child ended with its JVM");
     }
 
     static void testSrtBecomesWebVtt() {

@@ -287,8 +287,8 @@ final class LiveSession {
         if (p != null && p.isAlive()) {
             children.end(p);
         }
-        logs.append(LogBook.LIVE_CONVERSION, "Ended the conversion of " + source + ": " + why);
         deleteFolder(folder);
+        logs.append(LogBook.LIVE_CONVERSION, "Ended the conversion of " + source + ": " + why);
     }
 
     static void deleteFolder(Path folder) {
