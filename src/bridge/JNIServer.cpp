@@ -1,6 +1,7 @@
 #include "bridge/JNIServer.h"
 
 #include "bridge/JvmLoader.h"
+#include "bridge/ServerJar.h"
 #include "platform/ProductWebsite.h"
 #include "platform/Resources.h"
 #include "platform/SystemLog.h"
@@ -550,6 +551,18 @@ bool JNIServer::createJVM()
             }
             dlclose(library);
         }
+    }
+
+    // A damaged jar still gets its JVM (the control classes are then missing,
+    // as the log says next), but the file is named here.
+    static QString checkedJar; // once, not again for the second version tried
+    if (checkedJar != serverJar && QFile::exists(serverJar)) {
+        checkedJar = serverJar;
+        const QString problem = ServerJar::problem(
+            serverJar, {QLatin1String(kServerControl) + QStringLiteral(".class"),
+                        QLatin1String(kRemoteManagerControl) + QStringLiteral(".class")});
+        if (!problem.isEmpty())
+            error(QStringLiteral("The server jar %1 %2").arg(serverJar, problem));
     }
 
     QString thumbnailWidth = Info::value(QStringLiteral("maxThumbnailWidth"));

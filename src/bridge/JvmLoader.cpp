@@ -93,13 +93,13 @@ void JvmLoader::setLibraryPath(const QString &path)
     forcedPath() = path;
 }
 
-QString JvmLoader::findLibrary(const QString &minimumVersion)
+QStringList JvmLoader::candidates(const QString &minimumVersion)
 {
     QString forced = forcedPath();
     if (forced.isEmpty())
         forced = qEnvironmentVariable("QUILLON_JVM_LIBRARY");
     if (!forced.isEmpty())
-        return QFileInfo(forced).isFile() ? forced : QString();
+        return QFileInfo(forced).isFile() ? QStringList{forced} : QStringList();
 
     QStringList homes;
     const QString javaHome = qEnvironmentVariable("JAVA_HOME");
@@ -111,44 +111,74 @@ QString JvmLoader::findLibrary(const QString &minimumVersion)
     const QDir jvms(QStringLiteral("/usr/lib/jvm"));
     for (const QFileInfo &entry : jvms.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
         const QString home = entry.canonicalFilePath();
-        if (!home.isEmpty() && !homes.contains(home))
+        if (!home.isEmpty())
             homes << home;
     }
+    QStringList libraries;
+    QStringList seen; // the same runtime under several names counts once
     for (const QString &home : std::as_const(homes)) {
         const QString library = libraryInHome(home);
-        if (!library.isEmpty() && atLeast(home, minimumVersion))
-            return library;
+        const QString real = QFileInfo(library).canonicalFilePath();
+        if (!library.isEmpty() && !seen.contains(real) && atLeast(home, minimumVersion)) {
+            seen << real;
+            libraries << library;
+        }
     }
-    return QString();
+    return libraries;
+}
+
+QString JvmLoader::findLibrary(const QString &minimumVersion)
+{
+    return candidates(minimumVersion).value(0);
 }
 
 int JvmLoader::createJavaVM(const QString &minimumVersion, JavaVM **vm, JNIEnv **env, JavaVMInitArgs *args)
 {
-    if (!g_library) {
-        const QString path = findLibrary(minimumVersion);
-        if (path.isEmpty()) {
-            QString forced = forcedPath().isEmpty() ? qEnvironmentVariable("QUILLON_JVM_LIBRARY") : forcedPath();
-            systemLog(QStringLiteral("No Java runtime found: libjvm.so of Java %1 or later%2")
-                          .arg(minimumVersion, forced.isEmpty() ? QString() : QStringLiteral(" at ") + forced));
-            return JNI_ERR;
-        }
+    // Each runtime that failed is logged once and not tried again: a second
+    // JNI_CreateJavaVM in one runtime would run without a class path.
+    static QStringList refused;
+    const QStringList libraries = candidates(minimumVersion);
+    if (libraries.isEmpty()) {
+        QString forced = forcedPath().isEmpty() ? qEnvironmentVariable("QUILLON_JVM_LIBRARY") : forcedPath();
+        systemLog(QStringLiteral("No Java runtime found: libjvm.so of Java %1 or later%2")
+                      .arg(minimumVersion, forced.isEmpty() ? QString() : QStringLiteral(" at ") + forced));
+        return JNI_ERR;
+    }
+    for (const QString &path : libraries) {
+        if (refused.contains(path))
+            continue;
+        // Everything that can be checked without creating a JVM is checked
+        // first, so that the next runtime is tried before any creation.
         void *library = dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_GLOBAL);
         if (!library) {
             systemLog(QStringLiteral("Can't load the Java runtime %1: %2").arg(path, QString::fromLocal8Bit(dlerror())));
-            return JNI_ERR;
+            refused << path;
+            continue;
         }
-        g_library = library;
-        g_libraryPath = path;
+        auto create = reinterpret_cast<CreateJavaVM>(dlsym(library, "JNI_CreateJavaVM"));
+        if (!create) {
+            systemLog(QStringLiteral("The Java runtime %1 has no JNI_CreateJavaVM").arg(path));
+            dlclose(library);
+            refused << path;
+            continue;
+        }
+        jint result;
+        {
+            // The JVM must not take SIGTERM, SIGINT and SIGHUP for itself:
+            // its handlers end the process without our clean-up.
+            QuitSignalsSetAside aside;
+            result = create(vm, reinterpret_cast<void **>(env), args);
+        }
+        if (result == JNI_OK) {
+            g_library = library;
+            g_libraryPath = path;
+            return JNI_OK;
+        }
+        // Kept loaded: threads of the failed JVM may still run in it.
+        systemLog(QStringLiteral("The Java runtime %1 could not create a JVM (JNI error %2)").arg(path).arg(result));
+        refused << path;
     }
-    auto create = reinterpret_cast<CreateJavaVM>(dlsym(g_library, "JNI_CreateJavaVM"));
-    if (!create) {
-        systemLog(QStringLiteral("The Java runtime %1 has no JNI_CreateJavaVM").arg(g_libraryPath));
-        return JNI_ERR;
-    }
-    // The JVM must not take SIGTERM, SIGINT and SIGHUP for itself: its
-    // handlers end the process without our clean-up.
-    QuitSignalsSetAside aside;
-    return create(vm, reinterpret_cast<void **>(env), args);
+    return JNI_ERR;
 }
 
 JavaVM *JvmLoader::createdJavaVM()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 struct JavaVM_;
 struct JavaVMInitArgs;
@@ -10,18 +11,21 @@ struct JNIEnv_;
 // the server cannot, on a machine without Java.
 namespace JvmLoader {
 
-// Chooses the libjvm.so to load for a runtime of at least `minimumVersion`
-// ("1.7", "1.5"): the forced path when one is set (setLibraryPath or
-// $QUILLON_JVM_LIBRARY), else $JAVA_HOME, the real path of /usr/bin/java,
-// then the runtimes under /usr/lib/jvm. Empty when there is none.
+// The libjvm.so files to try for a runtime of at least `minimumVersion`
+// ("1.7", "1.5"), in order: the forced path alone when one is set
+// (setLibraryPath or $QUILLON_JVM_LIBRARY), else $JAVA_HOME, the real path
+// of /usr/bin/java, then the runtimes under /usr/lib/jvm (each runtime once).
+QStringList candidates(const QString &minimumVersion);
+// The first of them; empty when there is none.
 QString findLibrary(const QString &minimumVersion);
 
 // "" restores the lookup above.
 void setLibraryPath(const QString &path);
 
-// Loads the library found for `minimumVersion` (once per process; a loaded
-// library is kept) and creates the JVM. Returns the JNI result (JNI_OK on
-// success) and logs a line naming the library when it cannot be loaded.
+// Creates the JVM from the first candidate that loads (dlopen), has
+// JNI_CreateJavaVM and creates it; a candidate that fails is logged once,
+// naming its library, and never tried again in this process. Returns the
+// JNI result (JNI_OK on success).
 int createJavaVM(const QString &minimumVersion, JavaVM_ **vm, JNIEnv_ **env, JavaVMInitArgs *args);
 
 // The JVM this process created, or nullptr.

@@ -7,7 +7,9 @@
 #include "bridge/JvmLoader.h"
 #include "platform/Resources.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -39,6 +41,9 @@ private slots:
             << QStringList{"Missing file: %1/QuillonServer.jar", "Missing file: %1/jna.jar", "Missing file: %1/libMiniAgent.so"} << "No Java runtime";
         QTest::newRow("not a library") << "text" << QStringList{"Can't load the JVM agent %1/libMiniAgent.so: "} << "No Java runtime";
         QTest::newRow("no Agent_OnLoad") << "library" << QStringList{"The JVM agent %1/libMiniAgent.so has no Agent_OnLoad"} << "No Java runtime";
+        // A jar cut short is named (once for both versions tried).
+        QTest::newRow("truncated jar") << "truncated jar"
+            << QStringList{"The server jar %1/QuillonServer.jar is not a zip archive or has been cut short", "No Java runtime found"} << "Missing file";
     }
 
     void startUpFails()
@@ -58,6 +63,10 @@ private slots:
         if (agent == QLatin1String("text")) {
             QFile file(agentPath);
             QVERIFY(file.open(QIODevice::WriteOnly) && file.write("not a shared object\n") > 0);
+        } else if (agent == QLatin1String("truncated jar")) {
+            QFile jar(dir.filePath(QStringLiteral("QuillonServer.jar")));
+            QVERIFY(jar.resize(jar.size() / 2));
+            QVERIFY(QFile::link(from + QStringLiteral("/libMiniAgent.so"), agentPath));
         } else if (agent == QLatin1String("library")) { // any real shared library without the entry point
             Dl_info info;
             QVERIFY(dladdr(reinterpret_cast<void *>(static_cast<double (*)(double)>(&std::cos)), &info) && info.dli_fname);
@@ -73,6 +82,7 @@ private slots:
         QCOMPARE(log.count(QStringLiteral("Quillon needs Java version 1.5 or higher")), 1);
         for (const QString &line : std::as_const(expected))
             QVERIFY2(log.contains(QString(line).replace(QLatin1String("%1"), dir.path())), qPrintable(log.text()));
+        QVERIFY(log.lines().filter(QStringLiteral("The server jar")).size() <= 1);
         QVERIFY2(!log.contains(unexpected), qPrintable(log.text()));
         QCOMPARE(BridgeFixture::nonEmptyAnswers(server), QStringList());
 
@@ -98,12 +108,28 @@ private slots:
 
     void controllerClassMissing()
     {
+        // A stale JAVA_HOME whose libjvm.so is broken: refused once, and the
+        // system's runtime is taken instead.
+        QTemporaryDir staleHome;
+        const QString stale = staleHome.filePath(QStringLiteral("lib/server/libjvm.so"));
+        QVERIFY(QDir().mkpath(QFileInfo(stale).path()));
+        QFile garbage(stale);
+        QVERIFY(garbage.open(QIODevice::WriteOnly) && garbage.write("\x7f" "ELF but not really") > 0);
+        garbage.close();
+        const QByteArray javaHome = qgetenv("JAVA_HOME");
+        qputenv("JAVA_HOME", QFile::encodeName(staleHome.path()));
         JNIServer::setJvmLibraryPath(QString());
         Resources::setFolder(QStringLiteral(QUILLON_NOCONTROL_RESOURCES));
         LogCapture log;
         JNIServer::initWithRemoteEnabled(true, false);
+        qputenv("JAVA_HOME", javaHome);
         JNIServer *server = JNIServer::instance();
-        QVERIFY(server && JvmLoader::createdJavaVM() && !server->isAvailable());
+        QVERIFY2(server && JvmLoader::createdJavaVM() && !server->isAvailable(), qPrintable(log.text()));
+        QCOMPARE(log.lines().filter(QStringLiteral("Can't load the Java runtime %1: ").arg(stale)).size(), 1);
+        // A jar without the control classes is named too.
+        QCOMPARE(log.count(QStringLiteral("The server jar %1/QuillonServer.jar holds no "
+                                          "com/brookfen/quillon/common/control/ServerControl.class")
+                               .arg(QStringLiteral(QUILLON_NOCONTROL_RESOURCES))), 1);
         QCOMPARE(qgetenv("JAVA_JVM_VERSION"), QByteArray("1.7"));
         QCOMPARE(log.count(QStringLiteral("Couldn't load controller class")), 1);
         QVERIFY(log.contains(QStringLiteral("Java exception in FindClass com/brookfen/quillon/common/control/ServerControl: "
