@@ -380,7 +380,9 @@ public final class MediaServerTest {
         }, 5000, "only the converted section");
         check(!new String(send("GET", "/status").body(), StandardCharsets.UTF_8).contains("Movies"),
                 "the status page shows no folders either");
-        Files.write(app.resolve("folders.txt"), good);
+        // Saved as the controller saves: a new file renamed over the old one.
+        Path saved = Files.write(app.resolve("folders.txt.Ab12Cd"), good);
+        Files.move(saved, app.resolve("folders.txt"), StandardCopyOption.ATOMIC_MOVE, StandardCopyOption.REPLACE_EXISTING);
         waitFor(() -> {
             try {
                 return list(json("/api/library"), "sections").size() == 3;
