@@ -49,13 +49,15 @@ final class FolderScan {
             root = location.toRealPath();
         } catch (IOException | SecurityException e) {
             // Not there (yet): watching the nearest folder that is notices it being made.
-            for (Path p = location.toAbsolutePath().getParent(); p != null; p = p.getParent()) {
+            Path awaited = location.toAbsolutePath();
+            for (Path p = awaited.getParent(); p != null; awaited = p, p = p.getParent()) {
                 if (Files.isDirectory(p)) {
                     watched.add(p);
                     break;
                 }
             }
-            return new Section(sectionId, name, kind, new Folder(sectionId, name, List.of(), List.of()), watched, false);
+            return new Section(sectionId, name, kind, new Folder(sectionId, name, List.of(), List.of()), watched, false,
+                    awaited);
         }
         Deque<Level> stack = new ArrayDeque<>();
         Folder[] top = new Folder[1];

@@ -175,7 +175,13 @@ public final class Library implements AutoCloseable {
                         dirty.add(Section.key(Section.CONVERTED, appFolder.resolve(CONVERTED_FOLDER).toString()));
                     }
                 }
-                dirty.addAll(owners.getOrDefault(dir, Set.of()));
+                Path child = dir.resolve(name);
+                for (String owner : owners.getOrDefault(dir, Set.of())) {
+                    Section s = sections.get(owner);
+                    if (s == null || s.awaited == null || s.awaited.equals(child)) {
+                        dirty.add(owner);
+                    }
+                }
             }
             if (!key.reset()) {
                 keys.remove(key);
@@ -184,9 +190,12 @@ public final class Library implements AutoCloseable {
         }
     }
 
-    /** Rescans what changed and publishes a new snapshot. */
+    /** Rescans what changed and publishes a new snapshot (the same one when nothing did). */
     private Snapshot refresh() {
         synchronized (lock) {
+            if (current != null && !sourcesDirty && dirty.isEmpty()) {
+                return current;
+            }
             if (sourcesDirty || sources == null) {
                 sources = readSources();
                 sourcesDirty = false;
@@ -196,21 +205,32 @@ public final class Library implements AutoCloseable {
                 }
                 sections.keySet().retainAll(keep);
             }
+            boolean first = current == null;
+            scanDirty();
+            Set<String> newlyWatched = watchSections();
+            if (!first && !newlyWatched.isEmpty()) {
+                // What appeared in a new folder between its scan and its watch is seen now.
+                dirty.addAll(newlyWatched);
+                scanDirty();
+                watchSections();
+            }
             List<Section> list = new ArrayList<>();
             for (Source s : sources) {
-                Section section = sections.get(s.key);
-                if (section == null || dirty.contains(s.key)) {
-                    section = scan(s);
-                    sections.put(s.key, section);
-                    scans++;
-                }
-                list.add(section);
+                list.add(sections.get(s.key));
             }
-            dirty.clear();
-            watchSections();
             current = new Snapshot(list);
             return current;
         }
+    }
+
+    private void scanDirty() {
+        for (Source s : sources) {
+            if (!sections.containsKey(s.key) || dirty.contains(s.key)) {
+                sections.put(s.key, scan(s));
+                scans++;
+            }
+        }
+        dirty.clear();
     }
 
     private static Section scan(Source s) {
@@ -248,8 +268,12 @@ public final class Library implements AutoCloseable {
         return new ArrayList<>(found.values());
     }
 
-    /** Watches every folder the sections depend on, and no other; notes what could not be watched. */
-    private void watchSections() {
+    /**
+     * Watches every folder the sections depend on, and no other; notes what could not be
+     * watched. Returns the sections that a newly watched folder belongs to.
+     */
+    private Set<String> watchSections() {
+        Set<String> fresh = new HashSet<>();
         boolean missing = false;
         Map<Path, Set<String>> wanted = new HashMap<>();
         for (Map.Entry<String, Section> e : sections.entrySet()) {
@@ -261,7 +285,7 @@ public final class Library implements AutoCloseable {
         owners = wanted;
         if (watcher == null) {
             fallback = true;
-            return;
+            return fresh;
         }
         Set<Path> dirs = new HashSet<>(wanted.keySet());
         if (appFolder != null) {
@@ -278,10 +302,12 @@ public final class Library implements AutoCloseable {
             try {
                 keys.put(dir.register(watcher, StandardWatchEventKinds.ENTRY_CREATE,
                         StandardWatchEventKinds.ENTRY_DELETE, StandardWatchEventKinds.ENTRY_MODIFY), dir);
+                fresh.addAll(wanted.getOrDefault(dir, Set.of()));
             } catch (IOException | RuntimeException e) {
                 missing = true; // gone since the scan, or the system's watch limit
             }
         }
         fallback = missing;
+        return fresh;
     }
 }

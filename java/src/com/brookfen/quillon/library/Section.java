@@ -18,14 +18,24 @@ public final class Section {
     final Set<Path> watched;
     /** False when part of it could not be read or watched (a missing folder, say). */
     final boolean complete;
+    /**
+     * For a shared folder that does not exist: the path whose creation in the watched parent
+     * matters; other changes there (a busy home folder) do not call for a scan.
+     */
+    final Path awaited;
 
     Section(String id, String name, String kind, Folder top, Set<Path> watched, boolean complete) {
+        this(id, name, kind, top, watched, complete, null);
+    }
+
+    Section(String id, String name, String kind, Folder top, Set<Path> watched, boolean complete, Path awaited) {
         this.id = id;
         this.name = name;
         this.kind = kind;
         this.top = top;
         this.watched = Set.copyOf(watched);
         this.complete = complete;
+        this.awaited = awaited;
     }
 
     /** The identity of a section: what it shares, not what it is called. */
