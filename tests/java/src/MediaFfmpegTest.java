@@ -168,6 +168,17 @@ final class MediaFfmpegTest {
         equal(0, live.count(), "no sessions");
     }
 
+    static void testPlayingThroughKeepsOneFfmpeg() throws Exception {
+        MediaServices media = services();
+        Path video = Files.copy(clip(), MediaTest.temp.resolve("through.mp4"));
+        media.live().playlist("through", video);
+        for (int n = 0; n < 10; n++)
+            check(Files.size(media.live().segment("through", video, n)) > 0, "segment " + n);
+        String log = logs.get(LogBook.LIVE_CONVERSION);
+        equal(1, log.split("Started converting", -1).length - 1, "one ffmpeg from start to end: " + log);
+        media.stopLive();
+    }
+
     static void testHlsEndOfFile() throws Exception {
         MediaServices media = services();
         // 12.3 s: a playlist of two segments, the last 6.3 s long, though ffmpeg cuts a third at 12 s.
