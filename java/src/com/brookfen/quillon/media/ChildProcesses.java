@@ -18,6 +18,8 @@ import java.util.concurrent.TimeUnit;
 public final class ChildProcesses {
     /** How long a polite end may take before the child is killed. */
     static final long GRACE_MILLIS = 1000;
+    /** Bytes of a child's standard error kept for the logs. */
+    static final int ERROR_TAIL = 2000;
 
     /** The outcome of a child that ran to its end. */
     public static final class Result {
@@ -49,16 +51,20 @@ public final class ChildProcesses {
      * and with a null errorFile standard error is discarded.
      */
     public Process start(List<String> command, File errorFile, boolean pipeOutput) throws IOException {
+        return launch(command, pipeOutput ? ProcessBuilder.Redirect.PIPE : ProcessBuilder.Redirect.DISCARD,
+                errorFile == null ? ProcessBuilder.Redirect.DISCARD : ProcessBuilder.Redirect.to(errorFile));
+    }
+
+    private Process launch(List<String> command, ProcessBuilder.Redirect out, ProcessBuilder.Redirect err)
+            throws IOException {
         if (closed) {
             throw new IOException("The server is shutting down");
         }
-        ProcessBuilder pb = new ProcessBuilder(command)
-                .redirectInput(ProcessBuilder.Redirect.from(new File("/dev/null")));
-        if (!pipeOutput) {
-            pb.redirectOutput(ProcessBuilder.Redirect.DISCARD);
-        }
-        pb.redirectError(errorFile == null ? ProcessBuilder.Redirect.DISCARD : ProcessBuilder.Redirect.to(errorFile));
-        Process p = pb.start();
+        Process p = new ProcessBuilder(command)
+                .redirectInput(ProcessBuilder.Redirect.from(new File("/dev/null")))
+                .redirectOutput(out)
+                .redirectError(err)
+                .start();
         running.add(p);
         p.onExit().thenRun(() -> running.remove(p));
         if (closed) {
@@ -69,45 +75,56 @@ public final class ChildProcesses {
     }
 
     /**
-     * Runs a child to its end, collecting its standard output; it is killed after timeoutMillis
-     * and then the call fails.
+     * Runs a child to its end, collecting its standard output and the end of its standard
+     * error; it is killed after timeoutMillis and then the call fails.
      */
     public Result run(List<String> command, long timeoutMillis) throws IOException {
-        File err = File.createTempFile("quillon-child", ".log");
+        Process p = launch(command, ProcessBuilder.Redirect.PIPE, ProcessBuilder.Redirect.PIPE);
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
+        ByteArrayOutputStream err = new ByteArrayOutputStream();
+        Thread outReader = reader(p.getInputStream(), out, Integer.MAX_VALUE);
+        Thread errReader = reader(p.getErrorStream(), err, ERROR_TAIL);
         try {
-            Process p = start(command, err, true);
-            ByteArrayOutputStream out = new ByteArrayOutputStream();
-            Thread reader = new Thread(() -> copy(p.getInputStream(), out), "quillon-child-output");
-            reader.setDaemon(true);
-            reader.start();
-            boolean done;
-            try {
-                done = p.waitFor(timeoutMillis, TimeUnit.MILLISECONDS);
-                if (!done) {
-                    end(p);
-                    throw new IOException(command.get(0) + " took longer than " + timeoutMillis / 1000 + " s");
-                }
-                reader.join(GRACE_MILLIS);
-            } catch (InterruptedException e) {
+            if (!p.waitFor(timeoutMillis, TimeUnit.MILLISECONDS)) {
                 end(p);
-                Thread.currentThread().interrupt();
-                throw new IOException("Interrupted", e);
+                throw new IOException(command.get(0) + " took longer than " + timeoutMillis / 1000 + " s");
             }
-            synchronized (out) {
-                return new Result(p.exitValue(), out.toByteArray(), tail(err, 2000));
-            }
-        } finally {
-            err.delete();
+            outReader.join(GRACE_MILLIS);
+            errReader.join(GRACE_MILLIS);
+        } catch (InterruptedException e) {
+            end(p);
+            Thread.currentThread().interrupt();
+            throw new IOException("Interrupted", e);
+        }
+        String errors;
+        synchronized (err) {
+            errors = new String(err.toByteArray(), StandardCharsets.UTF_8).trim();
+        }
+        synchronized (out) {
+            return new Result(p.exitValue(), out.toByteArray(), errors);
         }
     }
 
-    private static void copy(InputStream in, ByteArrayOutputStream out) {
+    private static Thread reader(InputStream in, ByteArrayOutputStream into, int keep) {
+        Thread t = new Thread(() -> copy(in, into, keep), "quillon-child-output");
+        t.setDaemon(true);
+        t.start();
+        return t;
+    }
+
+    /** Copies a child's output; past keep bytes only the newest are kept. */
+    private static void copy(InputStream in, ByteArrayOutputStream out, int keep) {
         byte[] buf = new byte[65536];
         try (InputStream i = in) {
             int n;
             while ((n = i.read(buf)) > 0) {
                 synchronized (out) {
                     out.write(buf, 0, n);
+                    if (out.size() > keep) {
+                        byte[] all = out.toByteArray();
+                        out.reset();
+                        out.write(all, all.length - keep, keep);
+                    }
                 }
             }
         } catch (IOException ignored) {
