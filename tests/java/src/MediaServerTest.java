@@ -53,6 +53,9 @@ public final class MediaServerTest {
             }
         }
         ServerControl.quit();
+        try (var paths = Files.walk(root)) {
+            paths.sorted(Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
+        }
         System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
         System.exit(failures == 0 ? 0 : 1);
     }
