@@ -26,8 +26,8 @@ public final class MediaTest {
     static Path temp;
 
     public static void main(String[] args) throws Exception {
-        if (args.length == 2 && args[0].equals("leave-a-child")) {
-            leaveAChild(Path.of(args[1]));
+        if (args.length == 3 && args[0].equals("leave-a-child")) {
+            leaveAChild(Path.of(args[1]), args[2].equals("wait"));
             return;
         }
         temp = Files.createTempDirectory("quillon-media-test");
@@ -70,23 +70,33 @@ public final class MediaTest {
     }
 
     /** Starts a long child through the owner, tells its pid, and exits without ending it. */
-    static void leaveAChild(Path pidFile) throws Exception {
+    static void leaveAChild(Path pidFile, boolean waitToBeKilled) throws Exception {
         Process p = new com.brookfen.quillon.media.ChildProcesses().start(List.of("sleep", "60"), null, false);
-        Files.writeString(pidFile, Long.toString(p.pid()));
+        Files.writeString(pidFile.resolveSibling("tmp.pid"), Long.toString(p.pid()));
+        Files.move(pidFile.resolveSibling("tmp.pid"), pidFile, java.nio.file.StandardCopyOption.ATOMIC_MOVE);
+        if (waitToBeKilled)
+            Thread.sleep(60_000);
         System.exit(0);
     }
 
+    /** A JVM that exits, and one killed outright (as a crashed controller is), leave no child behind. */
     static void testChildrenEndWithTheJvm() throws Exception {
-        Path pidFile = temp.resolve("child.pid");
-        String javaCommand = ProcessHandle.current().info().command().orElse("java");
-        Process jvm = new ProcessBuilder(javaCommand, "-cp", System.getProperty("java.class.path"), "MediaTest",
-                "leave-a-child", pidFile.toString()).inheritIO().start();
-        check(jvm.waitFor(30, java.util.concurrent.TimeUnit.SECONDS) && jvm.exitValue() == 0, "helper JVM ran");
-        long pid = Long.parseLong(Files.readString(pidFile).trim());
-        java.util.Optional<ProcessHandle> child = ProcessHandle.of(pid);
-        for (int i = 0; i < 100 && child.isPresent() && child.get().isAlive(); i++)
-            Thread.sleep(20);
-        check(child.isEmpty() || !child.get().isAlive(), "the child ended with its JVM");
+        for (String how : new String[] {"exit", "wait"}) {
+            Path pidFile = temp.resolve("child-" + how + ".pid");
+            String javaCommand = ProcessHandle.current().info().command().orElse("java");
+            Process jvm = new ProcessBuilder(javaCommand, "-cp", System.getProperty("java.class.path"), "MediaTest",
+                    "leave-a-child", pidFile.toString(), how).inheritIO().start();
+            for (int i = 0; i < 1500 && !Files.exists(pidFile); i++)
+                Thread.sleep(20);
+            if (how.equals("wait"))
+                jvm.destroyForcibly();
+            check(jvm.waitFor(30, java.util.concurrent.TimeUnit.SECONDS), "helper JVM ended (" + how + ")");
+            long pid = Long.parseLong(Files.readString(pidFile).trim());
+            java.util.Optional<ProcessHandle> child = ProcessHandle.of(pid);
+            for (int i = 0; i < 100 && child.isPresent() && child.get().isAlive(); i++)
+                Thread.sleep(20);
+            check(child.isEmpty() || !child.get().isAlive(), "the child ended with its JVM (" + how + ")");
+        }
     }
 
     static void testSrtBecomesWebVtt() {

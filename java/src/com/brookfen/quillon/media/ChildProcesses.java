@@ -9,6 +9,10 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.RejectedExecutionException;
 import java.util.concurrent.TimeUnit;
 
 /**
@@ -34,7 +38,20 @@ public final class ChildProcesses {
         }
     }
 
+    /**
+     * util-linux's setpriv asks the kernel to kill the child when the thread that started it
+     * dies, so a controller killed outright (SIGKILL, a crash) takes its ffmpegs along.
+     */
+    private static final String SETPRIV = "/usr/bin/setpriv";
+
     private final Set<Process> running = ConcurrentHashMap.newKeySet();
+    /** The death signal follows the starting thread, so one thread that lives as long as we do starts them all. */
+    private final ExecutorService launcher = Executors.newSingleThreadExecutor(r -> {
+        Thread t = new Thread(r, "quillon-child-launcher");
+        t.setDaemon(true);
+        return t;
+    });
+    private final boolean guarded = new File(SETPRIV).canExecute();
     private final Thread hook = new Thread(this::endAll, "quillon-child-reaper");
     private volatile boolean closed;
 
@@ -60,11 +77,16 @@ public final class ChildProcesses {
         if (closed) {
             throw new IOException("The server is shutting down");
         }
-        Process p = new ProcessBuilder(command)
+        List<String> full = new ArrayList<>();
+        if (guarded) {
+            full.addAll(List.of(SETPRIV, "--pdeathsig", "KILL", "--"));
+        }
+        full.addAll(command);
+        ProcessBuilder builder = new ProcessBuilder(full)
                 .redirectInput(ProcessBuilder.Redirect.from(new File("/dev/null")))
                 .redirectOutput(out)
-                .redirectError(err)
-                .start();
+                .redirectError(err);
+        Process p = startOnLauncher(builder);
         running.add(p);
         p.onExit().thenRun(() -> running.remove(p));
         if (closed) {
@@ -72,6 +94,20 @@ public final class ChildProcesses {
             throw new IOException("The server is shutting down");
         }
         return p;
+    }
+
+    private Process startOnLauncher(ProcessBuilder builder) throws IOException {
+        try {
+            return launcher.submit(builder::start).get();
+        } catch (ExecutionException e) {
+            Throwable cause = e.getCause();
+            throw cause instanceof IOException ? (IOException) cause : new IOException(cause);
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            throw new IOException("Interrupted", e);
+        } catch (RejectedExecutionException e) {
+            throw new IOException("The server is shutting down", e);
+        }
     }
 
     /**
@@ -203,6 +239,7 @@ public final class ChildProcesses {
     public void shutdown() {
         closed = true;
         endAll();
+        launcher.shutdown();
         try {
             Runtime.getRuntime().removeShutdownHook(hook);
         } catch (IllegalStateException ignored) {
