@@ -21,17 +21,10 @@ import java.util.stream.Stream;
 import javax.imageio.ImageIO;
 
 /** The media side with the real ffmpeg, on small videos made here from ffmpeg's test sources. */
-final class MediaFfmpegTest {
+final class MediaFfmpegTest extends Checks {
     private static final List<MediaServices> made = new ArrayList<>();
     private static Path clip;
 
-    static void check(boolean condition, String what) {
-        MediaTest.check(condition, what);
-    }
-
-    static void equal(Object expected, Object actual, String what) {
-        MediaTest.equal(expected, actual, what);
-    }
 
     static LogBook logs;
 

@@ -18,7 +18,7 @@ import java.util.function.BooleanSupplier;
  * folders, and clients that never finish their request. Exits non-zero on any failure.
  */
 @SuppressWarnings("unchecked")
-public final class MediaServerTest {
+public final class MediaServerTest extends Checks {
     static final String[] ROUTES = {"/status", "/api/library", "/api/sections/%s", "/media/%s",
             "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt"};
     static Path app, shared, outside;
@@ -32,47 +32,23 @@ public final class MediaServerTest {
         outside = Files.createDirectories(root.resolve("outside"));
         ServerControl.init(app.toString());
         ServerControl.setDefaultPort(0);
-        int failures = 0;
-        Method[] methods = MediaServerTest.class.getDeclaredMethods();
-        Arrays.sort(methods, Comparator.comparing(Method::getName));
-        for (Method m : methods) {
-            if (!m.getName().startsWith("test"))
-                continue;
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
+            ServerControl.quit();
             try {
-                port = ServerControl.startServer();
-                check(port > 0, "server started");
-                m.invoke(null);
-                System.out.println("PASS " + m.getName());
-            } catch (InvocationTargetException e) {
-                failures++;
-                System.out.println("FAIL " + m.getName() + ": " + e.getCause());
-                e.getCause().printStackTrace(System.out);
-            } finally {
-                ServerControl.setPasswordDigest("");
-                ServerControl.stopServer();
+                deleteTree(root);
+            } catch (java.io.IOException ignored) {
+                // a temporary folder left behind
             }
-        }
-        ServerControl.quit();
-        try (var paths = Files.walk(root)) {
-            paths.sorted(Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
-        }
-        System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
-        System.exit(failures == 0 ? 0 : 1);
+        }));
+        runTests(() -> {
+            port = ServerControl.startServer();
+            check(port > 0, "server started");
+        }, () -> {
+            ServerControl.setPasswordDigest("");
+            ServerControl.stopServer();
+        }, MediaServerTest.class);
     }
 
-    static void check(boolean condition, String what) {
-        if (!condition)
-            throw new AssertionError(what);
-    }
-
-    static void equal(Object expected, Object actual, String what) {
-        check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
-    }
-
-    static void waitFor(BooleanSupplier condition, long millis, String what) throws InterruptedException {
-        for (long end = System.currentTimeMillis() + millis; !condition.getAsBoolean(); Thread.sleep(50))
-            check(System.currentTimeMillis() < end, "timed out waiting for " + what);
-    }
 
     static HttpResponse<byte[]> send(String method, String path, String... headers) throws Exception {
         HttpRequest.Builder b = HttpRequest.newBuilder(URI.create("http://127.0.0.1:" + port + path))
@@ -173,13 +149,13 @@ public final class MediaServerTest {
         // first-last, open-ended, suffix, one crossing the end; each against the file's own bytes
         long[][] ranges = {{5, 1000004}, {n - 10, n - 1}, {2 << 20, -1}, {-1, 700}, {n - 3, n + 50}};
         for (long[] r : ranges) {
-            String spec = r[0] < 0 ? "-" + r[1] : r[0] + "-" + (r[1] < 0 ? "" : r[1]);
-            HttpResponse<byte[]> part = send("GET", media, "Range", "bytes=" + spec);
+            String range = r[0] < 0 ? "-" + r[1] : r[0] + "-" + (r[1] < 0 ? "" : r[1]);
+            HttpResponse<byte[]> part = send("GET", media, "Range", "bytes=" + range);
             long first = r[0] < 0 ? n - r[1] : r[0];
             long last = r[1] < 0 || r[0] < 0 || r[1] >= n ? n - 1 : r[1];
-            equal(206, part.statusCode(), "range " + spec);
-            equal("bytes " + first + "-" + last + "/" + n, header(part, "Content-Range"), "Content-Range of " + spec);
-            check(Arrays.equals(Arrays.copyOfRange(file, (int) first, (int) last + 1), part.body()), "bytes of " + spec);
+            equal(206, part.statusCode(), "range " + range);
+            equal("bytes " + first + "-" + last + "/" + n, header(part, "Content-Range"), "Content-Range of " + range);
+            check(Arrays.equals(Arrays.copyOfRange(file, (int) first, (int) last + 1), part.body()), "bytes of " + range);
         }
         HttpResponse<byte[]> beyond = send("GET", media, "Range", "bytes=" + n + "-");
         equal(416, beyond.statusCode(), "range past the end");

@@ -22,7 +22,7 @@ import java.util.Objects;
  * ffprobe answers, the controller's settings. Runs MediaFfmpegTest's cases too; exits
  * non-zero on any failure.
  */
-public final class MediaTest {
+public final class MediaTest extends Checks {
     static Path temp;
 
     public static void main(String[] args) throws Exception {
@@ -32,38 +32,17 @@ public final class MediaTest {
         }
         temp = Files.createTempDirectory("quillon-media-test");
         System.setProperty(MediaSettings.CACHE_FOLDER_PROPERTY, temp.resolve("cache").toString());
-        int failures = 0;
-        List<Method> methods = new ArrayList<>(Arrays.asList(MediaTest.class.getDeclaredMethods()));
-        methods.addAll(Arrays.asList(MediaFfmpegTest.class.getDeclaredMethods()));
-        for (Method m : methods) {
-            if (!m.getName().startsWith("test"))
-                continue;
-            long start = System.nanoTime();
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
+            MediaFfmpegTest.cleanUp();
             try {
-                m.invoke(null);
-                System.out.printf("PASS %s (%d ms)%n", m.getName(), (System.nanoTime() - start) / 1_000_000);
-            } catch (InvocationTargetException e) {
-                failures++;
-                System.out.println("FAIL " + m.getName() + ": " + e.getCause());
-                e.getCause().printStackTrace(System.out);
+                deleteTree(temp);
+            } catch (java.io.IOException ignored) {
+                // a temporary folder left behind
             }
-        }
-        MediaFfmpegTest.cleanUp();
-        try (var files = Files.walk(temp)) {
-            files.sorted(java.util.Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
-        }
-        System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
-        System.exit(failures == 0 ? 0 : 1);
+        }));
+        runTests(null, null, MediaTest.class, MediaFfmpegTest.class);
     }
 
-    static void check(boolean condition, String what) {
-        if (!condition)
-            throw new AssertionError(what);
-    }
-
-    static void equal(Object expected, Object actual, String what) {
-        check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
-    }
 
     static MediaServices services() {
         return new MediaServices(new LogBook(LogBook.DEFAULT_LIMIT));

@@ -16,48 +16,19 @@ import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.BooleanSupplier;
 
 /** Drives the server's control classes the way the controller does; exits non-zero on any failure. */
-public final class QuillonServerTest {
+public final class QuillonServerTest extends Checks {
     private static final String IDLE_QUEUE = "{\"conversion\": {\"queue\": []}}";
     private static Path appFolder;
 
     public static void main(String[] args) throws Exception {
         appFolder = Files.createTempDirectory("quillon-server-test");
         ServerControl.init(appFolder.toString());
-        int failures = 0;
-        Method[] methods = QuillonServerTest.class.getDeclaredMethods();
-        Arrays.sort(methods, (a, b) -> a.getName().compareTo(b.getName()));
-        for (Method m : methods) {
-            try {
-                if (!m.getName().startsWith("test"))
-                    continue;
-                m.invoke(null);
-                System.out.println("PASS " + m.getName());
-            } catch (InvocationTargetException e) {
-                failures++;
-                System.out.println("FAIL " + m.getName() + ": " + e.getCause());
-                e.getCause().printStackTrace(System.out);
-            } finally {
-                ServerControl.setPasswordDigest("");
-                ServerControl.stopServer();
-            }
-        }
-        System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
-        System.exit(failures == 0 ? 0 : 1);
+        runTests(null, () -> {
+            ServerControl.setPasswordDigest("");
+            ServerControl.stopServer();
+        }, QuillonServerTest.class);
     }
 
-    static void check(boolean condition, String what) {
-        if (!condition)
-            throw new AssertionError(what);
-    }
-
-    static void equal(Object expected, Object actual, String what) {
-        check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
-    }
-
-    static void waitFor(BooleanSupplier condition, long millis, String what) throws InterruptedException {
-        for (long end = System.currentTimeMillis() + millis; !condition.getAsBoolean(); Thread.sleep(20))
-            check(System.currentTimeMillis() < end, "timed out waiting for " + what);
-    }
 
     /** The status of a GET (with Basic credentials when a password is given); its body goes to lastBody. */
     static String lastBody;

@@ -1,0 +1,75 @@
+import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Method;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Comparator;
+import java.util.List;
+import java.util.Objects;
+import java.util.function.BooleanSupplier;
+
+/**
+ * What the plain-Java test drivers share: every static method named test* of the given
+ * classes runs once, in name order, around optional set-up and clean-up; the process exits
+ * non-zero when any failed.
+ */
+class Checks {
+    interface Step {
+        void run() throws Exception;
+    }
+
+    static void runTests(Step before, Step after, Class<?>... classes) {
+        List<Method> methods = new ArrayList<>();
+        for (Class<?> c : classes)
+            methods.addAll(Arrays.asList(c.getDeclaredMethods()));
+        methods.sort(Comparator.comparing(Method::getName));
+        int failures = 0;
+        for (Method m : methods) {
+            if (!m.getName().startsWith("test"))
+                continue;
+            long start = System.nanoTime();
+            try {
+                if (before != null)
+                    before.run();
+                m.invoke(null);
+                System.out.printf("PASS %s (%d ms)%n", m.getName(), (System.nanoTime() - start) / 1_000_000);
+            } catch (Throwable e) {
+                Throwable cause = e instanceof InvocationTargetException ? e.getCause() : e;
+                failures++;
+                System.out.println("FAIL " + m.getName() + ": " + cause);
+                cause.printStackTrace(System.out);
+            } finally {
+                try {
+                    if (after != null)
+                        after.run();
+                } catch (Exception e) {
+                    failures++;
+                    System.out.println("FAIL clean-up after " + m.getName() + ": " + e);
+                }
+            }
+        }
+        System.out.println(failures == 0 ? "All tests passed" : failures + " test(s) failed");
+        System.exit(failures == 0 ? 0 : 1);
+    }
+
+    static void check(boolean condition, String what) {
+        if (!condition)
+            throw new AssertionError(what);
+    }
+
+    static void equal(Object expected, Object actual, String what) {
+        check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
+    }
+
+    static void waitFor(BooleanSupplier condition, long millis, String what) throws InterruptedException {
+        for (long end = System.currentTimeMillis() + millis; !condition.getAsBoolean(); Thread.sleep(20))
+            check(System.currentTimeMillis() < end, "timed out waiting for " + what);
+    }
+
+    static void deleteTree(Path root) throws java.io.IOException {
+        try (var paths = Files.walk(root)) {
+            paths.sorted(Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
+        }
+    }
+}
