@@ -2,6 +2,9 @@
 
 #include "bridge/JNIServer.h"
 #include "bridge/JvmLoader.h"
+#include "LogCapture.h"
+
+#include <QFile>
 
 #include <jni.h>
 
@@ -31,6 +34,15 @@ QString BridgeFixture::call(const QString &command, const QString &arg)
     }
     env->PopLocalFrame(nullptr);
     return result;
+}
+
+QString BridgeFixture::startJvm(const QString &home, bool remote, bool portMapping)
+{
+    qputenv("HOME", QFile::encodeName(home));
+    LogCapture log;
+    JNIServer::initWithRemoteEnabled(remote, portMapping);
+    const bool available = JNIServer::instance() && JNIServer::instance()->isAvailable();
+    return available ? QString() : QStringLiteral("no JVM: ") + log.text();
 }
 
 QStringList BridgeFixture::nonEmptyAnswers(JNIServer *server)

@@ -22,6 +22,10 @@ inline void resetScript() { call(QStringLiteral("reset")); }
 inline QStringList recordedCalls() { return call(QStringLiteral("calls")).split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
 inline void clearRecordedCalls() { call(QStringLiteral("clearCalls")); }
 
+// Points HOME at `home` and creates the bridge's JVM; the log lines of a
+// failed start, or the empty text once the bridge is available.
+QString startJvm(const QString &home, bool remote, bool portMapping);
+
 // Calls every operation of `server`; the names of those that did not give
 // the empty answer.
 QStringList nonEmptyAnswers(JNIServer *server);

@@ -152,28 +152,16 @@ private slots:
             {[&] { port = server()->start(); }, "startServer()"},
             {[&] { running = server()->isRunning(); }, "serverRunning()"},
             {[&] { server()->stop(); }, "serverRunning();stopServer()"},
-            {[&] { server()->setConverterMaxWidth(720); }, "setConverterMaxWidth(720)"},
             {[&] { server()->setConverterMaxHeight(-1); }, "setConverterMaxHeight(-1)"},
-            {[&] { server()->converterResetQueue(); }, "converterResetQueue()"},
             {[&] { server()->setComputerName(kSample); }, "setComputerName(" + kSample + ")"},
             {[&] { server()->setComputerName(QString()); }, "setComputerName(null)"}, // a null text stays null...
             {[&] { server()->setComputerName(QStringLiteral("")); }, "setComputerName()"},
             {[&] { server()->setPasswordDigest(QString()); }, "setPasswordDigest()"}, // ...except for the digest
             {[&] { server()->setPasswordDigest(QStringLiteral("a9993e36")); }, "setPasswordDigest(a9993e36)"},
             {[&] { server()->setConverterFFMpegPath(QStringLiteral("/bin/ffmpeg")); }, "setConverterFFMpegPath(/bin/ffmpeg)"},
-            {[&] { server()->setConverterFaacPath(QStringLiteral("/bin/faac")); }, "setConverterFaacPath(/bin/faac)"},
-            {[&] { server()->setConverterMuxerPath(QStringLiteral("/bin/mp4creator")); }, "setConverterMuxerPath(/bin/mp4creator)"},
-            {[&] { server()->setFontSize(18); }, "setFontSize(18)"},
-            {[&] { server()->setDisableEmbeddedSubtitlesIfNoLanguageMatches(true); }, "setDisableEmbeddedSubtitlesIfNoLanguageMatches(true)"},
-            {[&] { server()->setDefaultCharset(QStringLiteral("ISO-8859-1")); }, "setDefaultCharset(ISO-8859-1)"},
-            {[&] { server()->setFontFamilyName(QStringLiteral("Serif")); }, "setFontFamilyName(Serif)"},
             {[&] { server()->setPreferredLanguages({QStringLiteral("English"), QStringLiteral("Fran\u00e7ais"), QString()}); },
              "setPreferredLanguages([English, Fran\u00e7ais, null])"},
             {[&] { server()->setPreferredLanguages({}); }, "setPreferredLanguages([])"},
-            {[&] { server()->clearLog(QStringLiteral("remote")); }, "clearLog(remote)"},
-            {[&] { server()->setEnableRemote(true); }, "RemoteManagerControl.setEnableRemote(true)"},
-            {[&] { server()->setEnablePortMapping(false); }, "RemoteManagerControl.setEnablePortMapping(false)"},
-            {[&] { server()->retry(); }, "RemoteManagerControl.retry()"},
             {[&] { server()->initialized(); }, "initialized()"},
         };
         QStringList expected;
@@ -196,14 +184,11 @@ private slots:
         const auto row = [&n](const char *getter, const QString &script, const QString &expected, const QString &log = {}) {
             QTest::addRow("%d %s", ++n, getter) << QString::fromLatin1(getter) << script << expected << log;
         };
-        row("getLog", "return.getLog.remote=", "");
         row("getLog", "return.getLog.remote=<null>", "<null>");
-        row("getLog", "return.getLog.remote=first line\nsecond\tline\n", "first line\nsecond\tline\n");
         row("getFontFamilyName", "return.getFontFamilyName=<null>", "<null>");
-        row("getLog", "return.getLog.remote=" + kSample, kSample);
+        row("getLog", "return.getLog.remote=" + kSample + "\nsecond\tline\n", kSample + "\nsecond\tline\n");
         row("getRemoteManagerState", "", "1234|Ready|false|true|false|45631");
         row("getRemoteManagerState", "state=<null>|No connection|true|false|true|-1", "<null>|No connection|true|false|true|-1");
-        row("getRemoteManagerState", "state=PIN|<null>|false|false|false|0", "PIN|<null>|false|false|false|0");
         row("getRemoteManagerState", "state=<null>", "none");
         // The three list walks: null and non-text elements skipped, or the whole list refused.
         row("getAvailableFontFamilyNames", "list.getAvailableFontFamilyNames=Dialog|<null>|Serif|<int>", "Dialog|Serif");

@@ -1,7 +1,6 @@
 // The logs page against the fixture jar: which log is fetched and cleared
 // when, what an empty log looks like, and how the text is laid out.
 #include "BridgeFixture.h"
-#include "LogCapture.h"
 #include "bridge/JNIServer.h"
 #include "logs/LogsController.h"
 
@@ -57,11 +56,8 @@ class TestLogs : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_home.isValid());
-        qputenv("HOME", QFile::encodeName(m_home.path()));
-        LogCapture log;
-        JNIServer::initWithRemoteEnabled(false, false);
-        QVERIFY2(JNIServer::instance() && JNIServer::instance()->isAvailable(), qPrintable(log.text()));
+        const QString failure = BridgeFixture::startJvm(m_home.path(), false, false);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
     void init() { BridgeFixture::resetScript(); }

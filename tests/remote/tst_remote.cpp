@@ -1,7 +1,6 @@
 // The remote-access page against the fixture jar: what the page shows of a
 // state, when the connection test may be used, and the test's alerts.
 #include "BridgeFixture.h"
-#include "LogCapture.h"
 #include "bridge/JNIServer.h"
 #include "platform/DelayedCall.h"
 #include "remote/RemoteController.h"
@@ -72,11 +71,8 @@ class TestRemote : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_home.isValid());
-        qputenv("HOME", QFile::encodeName(m_home.path()));
-        LogCapture log;
-        JNIServer::initWithRemoteEnabled(true, true);
-        QVERIFY2(bridge() && bridge()->isAvailable(), qPrintable(log.text()));
+        const QString failure = BridgeFixture::startJvm(m_home.path(), true, true);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
     void init() { BridgeFixture::resetScript(); }
