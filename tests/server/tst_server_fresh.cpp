@@ -147,10 +147,6 @@ private slots:
             store().setInteger(port, "CustomPort");
             QCOMPARE(server()->customPort(), 45631);
         }
-        for (const auto &[text, port] : {std::pair{"50125x", 50125}, {" 8080", 8080}, {"x1", 45631}}) {
-            store().setString(text, "CustomPort"); // text read by its leading digits
-            QCOMPARE(server()->customPort(), port);
-        }
         store().setInteger(0, "ConverterMaximalWidth"); // ...but a width of 0 is a width
         QCOMPARE(server()->maximalWidth(), 0);
         store().removeObjectForKey("ConverterMaximalWidth");
@@ -214,9 +210,8 @@ private slots:
     {
         struct Case { bool width; QVariant value; bool valid; };
         const QList<Case> cases = {
-            {true, 300, true}, {true, 640, true}, {true, 299, false}, {true, 641, false}, {true, QStringLiteral("500"), true},
-            {true, QStringLiteral("abc"), false}, {true, 639.9, true}, {true, QVariant(), true},
-            {false, 200, true}, {false, 480, true}, {false, 199, false}, {false, 481, false}, {false, QVariant::fromValue(nullptr), true},
+            {true, 300, true}, {true, 640, true}, {true, 299, false}, {true, 641, false}, {true, QStringLiteral("abc"), false},
+            {true, QVariant(), true}, {false, 199, false}, {false, 481, false}, {false, QVariant::fromValue(nullptr), true},
         };
         for (const Case &c : cases) {
             ValidationError error;
@@ -259,8 +254,7 @@ private slots:
         QVERIFY(!file.readAll().contains(secret.toUtf8()));
 
         store().setInteger(-2, "passwordLength");
-        QCOMPARE(server()->passwordPlaceholder(), QStringLiteral(""));
-        QVERIFY(!server()->passwordPlaceholder().isNull());
+        QVERIFY(server()->passwordPlaceholder().isEmpty() && !server()->passwordPlaceholder().isNull());
         store().setInteger(qint64(1) << 40, "passwordLength"); // damaged: bounded, no huge allocation
         QCOMPARE(server()->passwordPlaceholder().size(), 4096);
     }
