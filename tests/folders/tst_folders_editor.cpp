@@ -31,12 +31,8 @@ QStringList namesOf(const List &folders)
         result << folder.name();
     return result;
 }
-
 template <class Controller>
-QStringList names(const Controller *controller)
-{
-    return namesOf(controller->folders());
-}
+QStringList names(const Controller *controller) { return namesOf(controller->folders()); }
 
 // Disk folders named as given, at /m/<name>, written to the record's file.
 template <class Record>
@@ -50,11 +46,15 @@ void writeFolders(const QStringList &names)
     Record::saveFolders(folders);
 }
 
-std::unique_ptr<QMimeData> rowsData(const QString &type, const QList<int> &rows)
+std::unique_ptr<QMimeData> mimeData(const QString &type, const QByteArray &bytes)
 {
     auto data = std::make_unique<QMimeData>();
-    data->setData(type, FoldersEditor::dataFromRows(rows));
+    data->setData(type, bytes);
     return data;
+}
+std::unique_ptr<QMimeData> rowsData(const QString &type, const QList<int> &rows)
+{
+    return mimeData(type, FoldersEditor::dataFromRows(rows));
 }
 
 std::unique_ptr<QMimeData> filesData(const QStringList &paths)
@@ -77,9 +77,7 @@ Playlist playlist(const QString &id, const QString &name)
 
 std::unique_ptr<QMimeData> playlistsData(const QList<Playlist> &playlists)
 {
-    auto data = std::make_unique<QMimeData>();
-    data->setData(QString::fromLatin1(ITunesPlaylistPBoardType), Playlist::archive(playlists));
-    return data;
+    return mimeData(QString::fromLatin1(ITunesPlaylistPBoardType), Playlist::archive(playlists));
 }
 
 }
@@ -181,13 +179,11 @@ void TestFoldersEditor::namingAndColumns()
     m_shared->addFolder(u"/Volumes/Media/Movies"_s, -1); // the same path twice is fine
     QCOMPARE(names(m_shared), (QStringList{u"Movies 3"_s, u"movies"_s, u"50%1 off"_s, u"Movies 2"_s,
                                            u"50%1 off 2"_s, u"Movies 4"_s}));
-    QVERIFY(m_shared->hasFolderWithName(u"MOVIES 2"_s));
-    QVERIFY(!m_shared->hasFolderWithName(u"Movies 5"_s));
+    QVERIFY(m_shared->hasFolderWithName(u"MOVIES 2"_s) && !m_shared->hasFolderWithName(u"Movies 5"_s));
     QCOMPARE(FoldersEditor::lastPathComponent(u"/"_s), u"/"_s);
 
     m_shared->addITunesPlaylist(playlist(u"4F2A"_s, u"Movies"_s), 1);
     QCOMPARE(m_shared->objectValueForTableColumn(u"name"_s, 1), QVariant(u"Movies 5"_s));
-    QCOMPARE(m_shared->objectValueForTableColumn(u"type"_s, 1), QVariant(u"iTunes Playlist"_s));
     QCOMPARE(m_shared->objectValueForTableColumn(u"type"_s, 0), QVariant(u"/Volumes/Other/Movies/"_s));
     QVERIFY(!m_shared->objectValueForTableColumn(u"path"_s, 0).isValid());
     QCOMPARE(m_shared->tableView()->model()->index(1, 1).data(), QVariant(u"iTunes Playlist"_s));
@@ -230,9 +226,7 @@ static void checkMoves(Controller *controller, const QString &rowsType, const st
     }
     // Bytes that are no row list move nothing.
     reset();
-    auto broken = std::make_unique<QMimeData>();
-    broken->setData(rowsType, QByteArray("\x00\x00\x7f\xff\x00\x00\x00\x01", 8));
-    QVERIFY(controller->acceptDrop(broken.get(), 0, Drop::Above));
+    QVERIFY(controller->acceptDrop(mimeData(rowsType, QByteArray("\x00\x00\x7f\xff\x00\x00\x00\x01", 8)).get(), 0, Drop::Above));
     QCOMPARE(names(controller), start);
 }
 
@@ -255,8 +249,7 @@ void TestFoldersEditor::droppedFoldersAndPlaylists()
     QCOMPARE(m_shared->validateDrop(drop.get(), 1, Drop::Above), Qt::CopyAction);
     QVERIFY(m_shared->acceptDrop(drop.get(), 1, Drop::Above));
     QCOMPARE(names(m_shared), (QStringList{u"A"_s, u"Y"_s, u"X"_s, u"B"_s}));
-    QCOMPARE(m_shared->folders().at(2).location(), x);
-    QCOMPARE(m_shared->folders().at(2).type(), Folder::DiskFolder);
+    QVERIFY(m_shared->folders().at(2).location() == x && m_shared->folders().at(2).type() == Folder::DiskFolder);
 
     // Playlists land like folders: each above the same row.
     const auto playlists = playlistsData({playlist(u"P1"_s, u"Road"_s), playlist(u"P2"_s, u"a"_s)});
@@ -264,9 +257,7 @@ void TestFoldersEditor::droppedFoldersAndPlaylists()
     QVERIFY(m_shared->acceptDrop(playlists.get(), 0, Drop::Above));
     QCOMPARE(names(m_shared), (QStringList{u"a 2"_s, u"Road"_s, u"A"_s, u"Y"_s, u"X"_s, u"B"_s}));
     const Folder saved = Folder::loadFolders().at(0);
-    QCOMPARE(saved.type(), Folder::ITunesPlaylist);
-    QCOMPARE(saved.location(), u"P2"_s);
-    QVERIFY(saved.folderId().isNull());
+    QVERIFY(saved.type() == Folder::ITunesPlaylist && saved.location() == u"P2"_s && saved.folderId().isNull());
 }
 
 void TestFoldersEditor::refusedDrops()
