@@ -55,7 +55,6 @@ struct Launch {
         return log().contains(text);
     }
 
-    // Whether the program ended by itself with exit code 0.
     bool endsCleanly()
     {
         process.waitForFinished(30000);
@@ -63,7 +62,6 @@ struct Launch {
             && process.exitCode() == 0;
     }
 
-    // The singletons went, in this order.
     bool loggedShutdown()
     {
         const qsizetype controller = log().indexOf(QLatin1String("StartupController Dealloc"));
@@ -91,7 +89,6 @@ private slots:
         User user;
         QVERIFY(user.home.isValid() && user.runtime.isValid());
 
-        // An instance that crashes leaves its lock and socket behind.
         {
             Launch crashed(user);
             QVERIFY2(crashed.waitFor(kStarted), qPrintable(crashed.log()));
@@ -126,7 +123,6 @@ private slots:
 
         QVERIFY(running->signal(SIGTERM));
         QVERIFY2(running->endsCleanly() && running->loggedShutdown(), qPrintable(running->log()));
-        // A clean end takes its socket and lock along.
         QVERIFY(!QFileInfo::exists(user.socket()) && !QFileInfo::exists(user.lock()));
     }
 
