@@ -70,7 +70,6 @@ void TestFolders::init()
 void TestFolders::savedBytesAndRoundTrip()
 {
     QVERIFY(Folder::loadFolders().isEmpty() && ConversionFolder::loadFolders().isEmpty());
-    // Neither the folder nor its parents ("Library/Application Support") exist yet.
     Folder::saveFolders({});
     QCOMPARE(readFile(appFolder() + u"/folders.txt"_s), kEmptyFile);
 

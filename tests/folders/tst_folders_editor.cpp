@@ -101,7 +101,6 @@ private slots:
     void playlistPicker();
 
 private:
-    // Disk folders named as given, at /m/<name>, in both files; then reloaded.
     void seed(const QStringList &shared, const QStringList &conversion = {});
     QString makeDir(const QString &name) const;
 
@@ -154,7 +153,6 @@ void TestFoldersEditor::seed(const QStringList &shared, const QStringList &conve
     m_conversion->reloadFolders();
 }
 
-// The names of the selected rows, then of the current one.
 static QStringList selected(FoldersEditor *editor)
 {
     QStringList names;
@@ -312,7 +310,6 @@ void TestFoldersEditor::editsAreSavedAndReadBack()
     QCOMPARE(names(m_shared), (QStringList{u""_s, u"a"_s}));
     QVERIFY(!(model->flags(model->index(0, 1)) & Qt::ItemIsEditable));
 
-    // Through the table's own editor.
     m_sharedContent->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_sharedContent.get()));
     QTableView *view = m_shared->tableView();
@@ -333,7 +330,6 @@ void TestFoldersEditor::editsAreSavedAndReadBack()
     QCOMPARE(m_shared->numberOfRowsInTableView(), 0);
 }
 
-// Answers the next modal dialog with `answer` once it is up.
 static void whenModal(const std::function<void(QWidget *)> &answer)
 {
     QTimer::singleShot(0, [answer] {
@@ -424,7 +420,6 @@ void TestFoldersEditor::viewDropsLandBetweenRows()
     QVERIFY(dropRows.isAccepted());
     QCOMPARE(names(m_shared), (QStringList{u"B"_s, u"New"_s, u"C"_s, u"A"_s}));
 
-    // The table's drag carries its selected rows.
     view->selectRow(3);
     std::unique_ptr<QMimeData> dragged(view->model()->mimeData(view->selectionModel()->selectedIndexes()));
     QCOMPARE(FoldersEditor::rowsFromData(dragged->data(u"TarnwickServerRows"_s)), QList<int>{3});
