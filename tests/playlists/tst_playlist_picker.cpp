@@ -101,7 +101,6 @@ private slots:
     void addAndDrag();
 
 private:
-    // The file the stand-in jar prints for loads started from now on.
     void answerWith(const QString &path) { qputenv("QUILLON_TEST_PLAYLISTS", QFile::encodeName(path)); }
     QString document(const QString &name, const QByteArray &text)
     {
@@ -119,7 +118,6 @@ private:
             qFatal("mkfifo %s failed", qPrintable(path));
         return path;
     }
-    // Waits for the answer to have been taken, too.
     void feed(const QString &pipe, const QByteArray &text)
     {
         int fd = -1; // opens for writing only once java reads

@@ -109,7 +109,6 @@ void TestPlaylists::archives()
     };
     const QString expected = u"[1:Top ☀ 🎵[2:Folder[3:<null>],4:[]],<null>:No id]"_s;
 
-    // A whole list, as dragged.
     const QByteArray archive = Playlist::archive(tree);
     QCOMPARE(describe(Playlist::unarchive(archive)), expected);
     QCOMPARE(describe(Playlist::unarchive(Playlist::archive({}))), u"[]"_s);
