@@ -28,12 +28,10 @@ private slots:
         QTest::addColumn<QByteArray>("hashedBytes");
 
         QTest::newRow("ascii") << QStringLiteral("secret") << QByteArray("Q#48secret&5m");
-        QTest::newRow("salt-like text") << QStringLiteral("%@&5m") << QByteArray("Q#48%@&5m&5m");
         QTest::newRow("non-ascii") << QStringLiteral("pässwörd ключ 🎬")
                                    << (QByteArray("Q#48") + QStringLiteral("pässwörd ключ 🎬").toUtf8() + "&5m");
         // Hashing stops at the first zero byte, salt end included.
         QTest::newRow("embedded nul") << QString::fromUtf16(u"ab\0cd", 5) << QByteArray("Q#48ab");
-        QTest::newRow("leading nul") << QString::fromUtf16(u"\0cd", 3) << QByteArray("Q#48");
         // An empty password is not salted at all.
         QTest::newRow("empty") << QStringLiteral("") << QByteArray();
         QTest::newRow("null") << QString() << QByteArray();
