@@ -243,6 +243,14 @@ public final class QuillonServerTest extends Checks {
         File[] leftovers = appFolder.resolve("Converted").toFile().listFiles((d, n) -> n.contains("a-"));
         check(leftovers == null || leftovers.length == 0, "no output, not even partial, for a stopped file");
 
+        // A video dropped into a new sub-folder is queued at once, not at a periodic rescan.
+        write(videos.resolve("later").resolve("c.mkv"), "x");
+        waitFor(() -> ServerControl.getConverterQueueAsJSON().contains("\"c.mkv\""), 4000, "the dropped file queued");
+        ServerControl.converterResetQueue();
+        waitFor(() -> IDLE_QUEUE.equals(ServerControl.getConverterQueueAsJSON()), 5000, "the queue to empty again");
+        long pid2 = Long.parseLong(new String(Files.readAllBytes(pidFile), StandardCharsets.US_ASCII).trim());
+        waitFor(() -> !ProcessHandle.of(pid2).map(ProcessHandle::isAlive).orElse(false), 5000, "the second converter to die");
+
         String ffmpeg = "/usr/bin/ffmpeg";
         if (!new File(ffmpeg).canExecute())
             return;

@@ -3,24 +3,15 @@ package com.brookfen.quillon.library;
 import com.brookfen.quillon.server.LibraryFolders;
 
 import java.io.File;
-import java.io.IOException;
-import java.nio.file.ClosedWatchServiceException;
-import java.nio.file.FileSystems;
 import java.nio.file.Path;
 import java.nio.file.Paths;
-import java.nio.file.StandardWatchEventKinds;
-import java.nio.file.WatchEvent;
-import java.nio.file.WatchKey;
-import java.nio.file.WatchService;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.HashSet;
-import java.util.Iterator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
-import java.util.concurrent.TimeUnit;
 import java.util.function.Supplier;
 
 /**
@@ -29,7 +20,7 @@ import java.util.function.Supplier;
  * file-system notifications; only what cannot be watched (a missing folder, the system's
  * watch limit reached) falls back to a slow rescan. Between changes its thread sleeps.
  */
-public final class Library implements AutoCloseable {
+public final class Library implements AutoCloseable, FolderWatch.Listener {
     public static final String CONVERTED_FOLDER = "Converted";
     static final long SETTLE_MS = 300;
     static final long MAX_DELAY_MS = 2000;
@@ -48,12 +39,9 @@ public final class Library implements AutoCloseable {
     private final Map<String, Section> sections = new HashMap<>();
     private final Set<String> dirty = new HashSet<>();
     private boolean sourcesDirty = true;
-    private WatchService watcher;
-    private final Map<WatchKey, Path> keys = new HashMap<>();
     private Map<Path, Set<String>> owners = new HashMap<>();
-    private boolean fallback;
     private int scans;
-    private Thread thread;
+    private final FolderWatch watch = new FolderWatch("quillon-library", SETTLE_MS, MAX_DELAY_MS, FALLBACK_RESCAN_MS, this);
 
     public Library(Path appFolder) {
         this(appFolder, () -> appFolder == null ? List.of()
@@ -74,40 +62,12 @@ public final class Library implements AutoCloseable {
 
     /** Starts following changes (idempotent); the first scan happens on the watching thread. */
     public void start() {
-        synchronized (lock) {
-            if (thread != null) {
-                return;
-            }
-            try {
-                watcher = FileSystems.getDefault().newWatchService();
-            } catch (IOException | UnsupportedOperationException e) {
-                watcher = null;
-            }
-            thread = new Thread(this::watch, "quillon-library");
-            thread.setDaemon(true);
-            thread.start();
-        }
+        watch.start();
     }
 
     @Override
     public void close() {
-        Thread t;
-        synchronized (lock) {
-            t = thread;
-            thread = null;
-            if (watcher != null) {
-                try {
-                    watcher.close();
-                } catch (IOException ignored) {
-                    // closing anyway
-                }
-                watcher = null;
-            }
-            keys.clear();
-        }
-        if (t != null) {
-            t.interrupt();
-        }
+        watch.close();
     }
 
     /** How many section scans have run (for tests and the benchmark). */
@@ -117,75 +77,43 @@ public final class Library implements AutoCloseable {
         }
     }
 
-    private void watch() {
+    @Override
+    public void settled(boolean everything) {
+        if (everything) {
+            synchronized (lock) {
+                sourcesDirty = true;
+                dirty.addAll(sections.keySet());
+            }
+        }
         refresh();
-        try {
-            while (true) {
-                WatchService w;
-                boolean slow;
-                synchronized (lock) {
-                    w = watcher;
-                    slow = fallback || w == null;
-                }
-                WatchKey key;
-                if (w == null) {
-                    Thread.sleep(FALLBACK_RESCAN_MS);
-                    key = null;
-                } else {
-                    key = slow ? w.poll(FALLBACK_RESCAN_MS, TimeUnit.MILLISECONDS) : w.take();
-                }
-                if (key == null) {
-                    markAllDirty();
-                } else {
-                    // Let a burst of changes (a copy, a save) settle into one rescan.
-                    long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(MAX_DELAY_MS);
-                    do {
-                        handle(key);
-                    } while (System.nanoTime() < deadline && (key = w.poll(SETTLE_MS, TimeUnit.MILLISECONDS)) != null);
-                }
-                refresh();
-            }
-        } catch (InterruptedException | ClosedWatchServiceException e) {
-            // closed
-        }
     }
 
-    private void markAllDirty() {
+    @Override
+    public void changed(Path dir, String name) {
         synchronized (lock) {
-            sourcesDirty = true;
-            dirty.addAll(sections.keySet());
-        }
-    }
-
-    private void handle(WatchKey key) {
-        synchronized (lock) {
-            Path dir = keys.get(key);
-            for (WatchEvent<?> event : key.pollEvents()) {
-                if (event.kind() == StandardWatchEventKinds.OVERFLOW || dir == null) {
-                    sourcesDirty = true;
-                    dirty.addAll(sections.keySet());
-                    continue;
-                }
-                String name = event.context().toString();
-                if (dir.equals(appFolder)) {
-                    if (name.equals(LibraryFolders.FOLDERS_FILE)) {
-                        sourcesDirty = true;
-                    } else if (name.equals(CONVERTED_FOLDER)) {
-                        sourcesDirty = true;
-                        dirty.add(Section.key(Section.CONVERTED, appFolder.resolve(CONVERTED_FOLDER).toString()));
-                    }
-                }
-                Path child = dir.resolve(name);
-                for (String owner : owners.getOrDefault(dir, Set.of())) {
-                    Section s = sections.get(owner);
-                    if (s == null || s.awaited == null || s.awaited.equals(child)) {
-                        dirty.add(owner);
-                    }
-                }
+            if (dir == null) {
+                sourcesDirty = true;
+                dirty.addAll(sections.keySet());
+                return;
             }
-            if (!key.reset()) {
-                keys.remove(key);
+            if (name == null) {
                 dirty.addAll(owners.getOrDefault(dir, Set.of()));
+                return;
+            }
+            if (dir.equals(appFolder)) {
+                if (name.equals(LibraryFolders.FOLDERS_FILE)) {
+                    sourcesDirty = true;
+                } else if (name.equals(CONVERTED_FOLDER)) {
+                    sourcesDirty = true;
+                    dirty.add(Section.key(Section.CONVERTED, appFolder.resolve(CONVERTED_FOLDER).toString()));
+                }
+            }
+            Path child = dir.resolve(name);
+            for (String owner : owners.getOrDefault(dir, Set.of())) {
+                Section s = sections.get(owner);
+                if (s == null || s.awaited == null || s.awaited.equals(child)) {
+                    dirty.add(owner);
+                }
             }
         }
     }
@@ -273,7 +201,6 @@ public final class Library implements AutoCloseable {
      * watched. Returns the sections that a newly watched folder belongs to.
      */
     private Set<String> watchSections() {
-        Set<String> fresh = new HashSet<>();
         boolean missing = false;
         Map<Path, Set<String>> wanted = new HashMap<>();
         for (Map.Entry<String, Section> e : sections.entrySet()) {
@@ -283,31 +210,14 @@ public final class Library implements AutoCloseable {
             }
         }
         owners = wanted;
-        if (watcher == null) {
-            fallback = true;
-            return fresh;
-        }
         Set<Path> dirs = new HashSet<>(wanted.keySet());
         if (appFolder != null) {
             dirs.add(appFolder);
         }
-        for (Iterator<Map.Entry<WatchKey, Path>> it = keys.entrySet().iterator(); it.hasNext();) {
-            Map.Entry<WatchKey, Path> e = it.next();
-            if (!dirs.remove(e.getValue())) {
-                e.getKey().cancel();
-                it.remove();
-            }
+        Set<String> fresh = new HashSet<>();
+        for (Path dir : watch.watchOnly(dirs, missing)) {
+            fresh.addAll(wanted.getOrDefault(dir, Set.of()));
         }
-        for (Path dir : dirs) {
-            try {
-                keys.put(dir.register(watcher, StandardWatchEventKinds.ENTRY_CREATE,
-                        StandardWatchEventKinds.ENTRY_DELETE, StandardWatchEventKinds.ENTRY_MODIFY), dir);
-                fresh.addAll(wanted.getOrDefault(dir, Set.of()));
-            } catch (IOException | RuntimeException e) {
-                missing = true; // gone since the scan, or the system's watch limit
-            }
-        }
-        fallback = missing;
         return fresh;
     }
 }

@@ -7,6 +7,7 @@ import java.io.InputStream;
 import java.io.InputStreamReader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
@@ -109,26 +110,40 @@ public final class Converter {
 
     /** Queues every video under the folders that is not converted yet; returns how many were added. */
     public int scan(List<File> folders) {
+        int added = 0;
+        for (File folder : folders) {
+            added += scan(folder, new HashSet<>());
+        }
+        return added;
+    }
+
+    /**
+     * Queues the videos under one folder that are not converted yet; returns how many were
+     * added. The folders walked (those whose changes matter) are added to dirs, unreadable
+     * ones too: they cannot be watched either, which calls for the slow rescan.
+     */
+    int scan(File folder, Set<Path> dirs) {
+        List<File> found = new ArrayList<>();
+        collect(folder, 0, found, dirs);
         if (!isUsable()) {
             return 0;
         }
+        found.sort(null);
         int added = 0;
-        for (File folder : folders) {
-            List<File> found = new ArrayList<>();
-            collect(folder, 0, found);
-            found.sort(null);
-            for (File f : found) {
-                if (enqueue(f)) {
-                    added++;
-                }
+        for (File f : found) {
+            if (enqueue(f)) {
+                added++;
             }
         }
         return added;
     }
 
-    private static void collect(File folder, int depth, List<File> out) {
+    private static void collect(File folder, int depth, List<File> out, Set<Path> dirs) {
+        if (folder.isDirectory()) {
+            dirs.add(folder.toPath().toAbsolutePath());
+        }
         File[] children = folder.listFiles();
-        if (children == null || depth > SCAN_DEPTH) {
+        if (children == null) {
             return;
         }
         for (File c : children) {
@@ -136,8 +151,8 @@ public final class Converter {
                 continue;
             }
             if (c.isDirectory()) {
-                if (!Files.isSymbolicLink(c.toPath())) {
-                    collect(c, depth + 1, out);
+                if (depth < SCAN_DEPTH && !Files.isSymbolicLink(c.toPath())) {
+                    collect(c, depth + 1, out, dirs);
                 }
             } else if (c.isFile() && VIDEO_EXTENSIONS.contains(extension(c.getName()))) {
                 out.add(c.getAbsoluteFile());

@@ -14,9 +14,6 @@ import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.CopyOnWriteArrayList;
-import java.util.concurrent.Executors;
-import java.util.concurrent.ScheduledExecutorService;
-import java.util.concurrent.TimeUnit;
 
 /**
  * The running server: settings, logs, the HTTP listener, the library, the media services
@@ -27,7 +24,6 @@ public final class ServerCore {
     public static final int STATUS_PAGE_ENTRIES = 200;
     /** Leave unset to listen on every interface; tests pin it to 127.0.0.1. */
     public static final String BIND_ADDRESS_PROPERTY = "quillon.bind.address";
-    private static final int RESCAN_SECONDS = 60;
 
     private static final ServerCore INSTANCE = new ServerCore();
 
@@ -47,7 +43,8 @@ public final class ServerCore {
     private WebServer http;
     private Library library;
     private int boundPort = -1;
-    private ScheduledExecutorService rescans;
+    private ConversionFolders conversionFolders;
+    private boolean initialized;
 
     private ServerCore() {
     }
@@ -111,9 +108,16 @@ public final class ServerCore {
                 library.close();
                 library = null;
             }
+            appFolder = folder;
+            converter.setOutputFolder(folder == null ? null : new File(folder, "Converted"));
+            if (conversionFolders != null) {
+                conversionFolders.close();
+                conversionFolders = null;
+            }
+            if (initialized) {
+                followConversionFolders();
+            }
         }
-        appFolder = folder;
-        converter.setOutputFolder(folder == null ? null : new File(folder, "Converted"));
     }
 
     public File getAppFolder() {
@@ -267,9 +271,10 @@ public final class ServerCore {
     public void quit() {
         stop();
         synchronized (this) {
-            if (rescans != null) {
-                rescans.shutdownNow();
-                rescans = null;
+            initialized = false;
+            if (conversionFolders != null) {
+                conversionFolders.close();
+                conversionFolders = null;
             }
             if (library != null) {
                 library.close();
@@ -280,32 +285,37 @@ public final class ServerCore {
         media.shutdown();
     }
 
-    /** The controller has pushed its settings: look for work now and then regularly. */
+    /** The controller has pushed its settings: look for work now and follow the folders from then on. */
     public void initialized() {
         logs.append(LogBook.CONVERSION, "Settings received; converter " + (converter.isUsable() ? "ready" : "not configured"));
         synchronized (this) {
-            if (rescans == null) {
-                rescans = Executors.newSingleThreadScheduledExecutor(r -> {
-                    Thread t = new Thread(r, "quillon-scan");
-                    t.setDaemon(true);
-                    return t;
-                });
-                rescans.scheduleWithFixedDelay(this::scanConversionFolders, 0, RESCAN_SECONDS, TimeUnit.SECONDS);
+            if (!initialized) {
+                initialized = true;
+                followConversionFolders();
                 return;
             }
         }
         scanConversionFolders();
     }
 
+    private void followConversionFolders() {
+        if (appFolder != null && conversionFolders == null) {
+            conversionFolders = new ConversionFolders(appFolder, converter, logs);
+            conversionFolders.start();
+        }
+    }
+
+    /** Reads the conversion folder list again and walks every folder now; returns how many were queued. */
     public int scanConversionFolders() {
-        List<File> folders = new ArrayList<>();
-        for (LibraryFolders.Entry e : LibraryFolders.read(appFolder, LibraryFolders.CONVERSION_FOLDERS_FILE)) {
-            if (e.location != null) {
-                folders.add(new File(e.location));
-            }
+        ConversionFolders c;
+        synchronized (this) {
+            c = conversionFolders;
+        }
+        if (c == null) {
+            return 0;
         }
         try {
-            return converter.scan(folders);
+            return c.scanAll();
         } catch (RuntimeException e) {
             logs.append(LogBook.CONVERSION, "Scan failed: " + e);
             return 0;
