@@ -480,17 +480,14 @@ private slots:
         QCOMPARE(field->echoMode(), QLineEdit::Password);
         w.press("changePasswordButton");
         QTest::keyClicks(field, QStringLiteral("abc"));
-        BridgeFixture::clearRecordedCalls();
         w.press("changePasswordCancelButton");
         QVERIFY(!sheet->isVisible() && !defaults().contains(QStringLiteral("passwordDigest")));
 
         w.press("changePasswordButton");
         QCOMPARE(field->text(), QStringLiteral("abc"));
         w.press("changePasswordConfirmButton");
-        QVERIFY(!sheet->isVisible());
-        QCOMPARE(recordedCalls("setPasswordDigest"),
-                 QStringList{"setPasswordDigest(" + PasswordDigest::getSHA1(QStringLiteral("abc")) + ")"});
-        QCOMPARE(placeholder->text(), QStringLiteral("***"));
+        QVERIFY(!sheet->isVisible() && placeholder->text() == QStringLiteral("***"));
+        QCOMPARE(server()->passwordDigest(), PasswordDigest::getSHA1(QStringLiteral("abc")));
 
         // Emptied and confirmed: the empty password, not "no password".
         w.press("changePasswordButton");
