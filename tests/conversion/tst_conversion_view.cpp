@@ -24,7 +24,6 @@ namespace {
 
 void serve(const QString &document) { BridgeFixture::script(QStringLiteral("return.getConverterQueueAsJSON"), document); }
 
-// A queue document with a file being converted.
 QString busy(const QString &name, const QString &state = QStringLiteral("\"percentDone\":10,\"eta\":60"),
              const QString &queue = QStringLiteral("[]"))
 {
@@ -42,7 +41,6 @@ QStringList shownRows(const ConversionController &controller)
     return rows;
 }
 
-// A window with the tab's placeholder, and the controller built into it.
 struct Tab
 {
     Tab()

@@ -26,7 +26,6 @@ class TestLogs : public QObject
     QString shown() const { return m_controller->textView()->toPlainText(); }
     static void scriptLog(const QString &id, const QString &text) { BridgeFixture::script("return.getLog." + id, text); }
 
-    // The page, awake, in a placeholder with or without a layout.
     void makePage(bool withLayout = true)
     {
         m_content = new QWidget;
@@ -36,7 +35,6 @@ class TestLogs : public QObject
         m_controller->awakeFromNib();
     }
 
-    // The user picks an entry from the chooser's open list.
     void choose(int index) const
     {
         chooser()->showPopup();
