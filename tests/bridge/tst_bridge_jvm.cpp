@@ -45,8 +45,6 @@ class TestBridgeJvm : public QObject
         QStringList parts;
         if (getter == u"getLog")
             return orNull(s->getLog(QStringLiteral("remote")));
-        if (getter == u"getFontFamilyName")
-            return orNull(s->getFontFamilyName());
         if (getter == u"setFontSize")
             s->setFontSize(7);
         else if (getter == u"getAvailableFontFamilyNames")
@@ -185,7 +183,6 @@ private slots:
             QTest::addRow("%d %s", ++n, getter) << QString::fromLatin1(getter) << script << expected << log;
         };
         row("getLog", "return.getLog.remote=<null>", "<null>");
-        row("getFontFamilyName", "return.getFontFamilyName=<null>", "<null>");
         row("getLog", "return.getLog.remote=" + kSample + "\nsecond\tline\n", kSample + "\nsecond\tline\n");
         row("getRemoteManagerState", "", "1234|Ready|false|true|false|45631");
         row("getRemoteManagerState", "state=<null>|No connection|true|false|true|-1", "<null>|No connection|true|false|true|-1");
