@@ -369,6 +369,18 @@ public final class MediaServerTest extends Checks {
                 return false;
             }
         }, 5000, "sections back after a rename-style save");
+
+        // A folder renamed in the file (escapes in the name) keeps its section and id, with the new name.
+        String renamed = "Films \"HD\" \u00e9t\u00e9\\n";
+        writeFolders(entry(renamed, "DiskFolder", movies), entry("Trip", "iTunesPlaylist", playlist));
+        waitFor(() -> {
+            try {
+                return list(json("/api/library"), "sections").get(0).get("name").equals(renamed);
+            } catch (Throwable e) {
+                return false;
+            }
+        }, 5000, "the new name shown");
+        equal(sections.get(0).get("id"), list(json("/api/library"), "sections").get(0).get("id"), "same section id");
     }
 
     /** The media routes answer through the media services: metadata filled in later, HLS, thumbnail, WebVTT, 503. */

@@ -13,7 +13,9 @@ import java.util.Comparator;
 import java.util.Deque;
 import java.util.EnumSet;
 import java.util.HashSet;
+import java.util.HashMap;
 import java.util.List;
+import java.util.Map;
 import java.util.Set;
 
 /**
@@ -43,16 +45,39 @@ final class FolderScan {
 
     /** The section over one folder; an unreadable or missing folder is an empty, incomplete one. */
     static Section scan(String sectionId, String name, String kind, Path location) {
+        return scan(sectionId, name, kind, location, new Parents());
+    }
+
+    /**
+     * Across the sections of one round of scans: whether a parent folder exists, asked once,
+     * and one object per parent path, so that a long list of missing folders costs little.
+     */
+    static final class Parents {
+        private final Map<Path, Boolean> folders = new HashMap<>();
+        private final Map<Path, Path> same = new HashMap<>();
+
+        boolean isFolder(Path p) {
+            return folders.computeIfAbsent(p, Files::isDirectory);
+        }
+
+        Path one(Path p) {
+            return same.computeIfAbsent(p, k -> k);
+        }
+    }
+
+    /** As above, with what the other sections of the round found out. */
+    static Section scan(String sectionId, String name, String kind, Path location, Parents parents) {
         Set<Path> watched = new HashSet<>();
-        Path root;
-        try {
-            root = location.toRealPath();
-        } catch (IOException | SecurityException e) {
+        location = location.toAbsolutePath();
+        Path parent = location.getParent();
+        Path root = parent == null || parents.isFolder(parent) ? realPath(location) : null;
+        if (root == null) {
             // Not there (yet): watching the nearest folder that is notices it being made.
-            Path awaited = location.toAbsolutePath();
+            Path awaited = location;
             for (Path p = awaited.getParent(); p != null; awaited = p, p = p.getParent()) {
-                if (Files.isDirectory(p)) {
-                    watched.add(p);
+                if (parents.isFolder(p)) {
+                    watched.add(parents.one(p));
+                    awaited = parents.one(awaited);
                     break;
                 }
             }
@@ -122,6 +147,14 @@ final class FolderScan {
         }
         Folder folder = top[0] != null ? top[0] : new Folder(sectionId, name, List.of(), List.of());
         return new Section(sectionId, name, kind, folder, watched, complete[0]);
+    }
+
+    private static Path realPath(Path location) {
+        try {
+            return location.toRealPath();
+        } catch (IOException | SecurityException e) {
+            return null;
+        }
     }
 
     private static Item linkedItem(Path link, Path root) {

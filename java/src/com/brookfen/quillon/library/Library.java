@@ -26,7 +26,8 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
     static final long MAX_DELAY_MS = 2000;
     static final long FALLBACK_RESCAN_MS = 5 * 60_000L;
 
-    private record Source(String key, String id, String name, String kind, Path location) {
+    /** An entry of the folder file as the library needs it; its id is also its key. */
+    private record Source(String id, String name, String kind, String location) {
     }
 
     private final Path appFolder;
@@ -40,6 +41,7 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
     private final Set<String> dirty = new HashSet<>();
     private boolean sourcesDirty = true;
     private Map<Path, Set<String>> owners = new HashMap<>();
+    private FolderScan.Parents parents = new FolderScan.Parents();
     private int scans;
     private final FolderWatch watch = new FolderWatch("quillon-library", SETTLE_MS, MAX_DELAY_MS, FALLBACK_RESCAN_MS, this);
 
@@ -105,7 +107,8 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
                     sourcesDirty = true;
                 } else if (name.equals(CONVERTED_FOLDER)) {
                     sourcesDirty = true;
-                    dirty.add(Section.key(Section.CONVERTED, appFolder.resolve(CONVERTED_FOLDER).toString()));
+                    String converted = appFolder.resolve(CONVERTED_FOLDER).toString();
+                    dirty.add(Ids.of("section", Section.key(Section.CONVERTED, converted)));
                 }
             }
             Path child = dir.resolve(name);
@@ -129,7 +132,11 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
                 sourcesDirty = false;
                 Set<String> keep = new HashSet<>();
                 for (Source s : sources) {
-                    keep.add(s.key);
+                    keep.add(s.id);
+                    Section old = sections.get(s.id);
+                    if (old != null && !old.name.equals(s.name)) {
+                        dirty.add(s.id); // renamed in the folder file
+                    }
                 }
                 sections.keySet().retainAll(keep);
             }
@@ -144,28 +151,30 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
             }
             List<Section> list = new ArrayList<>();
             for (Source s : sources) {
-                list.add(sections.get(s.key));
+                list.add(sections.get(s.id));
             }
             current = new Snapshot(list);
+            parents = new FolderScan.Parents();
             return current;
         }
     }
 
     private void scanDirty() {
         for (Source s : sources) {
-            if (!sections.containsKey(s.key) || dirty.contains(s.key)) {
-                sections.put(s.key, scan(s));
+            if (!sections.containsKey(s.id) || dirty.contains(s.id)) {
+                sections.put(s.id, scan(s));
                 scans++;
             }
         }
         dirty.clear();
     }
 
-    private static Section scan(Source s) {
+    private Section scan(Source s) {
+        Path location = Paths.get(s.location);
         if (s.kind.equals(Section.PLAYLIST)) {
-            return PlaylistScan.scan(s.id, s.name, s.location);
+            return PlaylistScan.scan(s.id, s.name, location);
         }
-        return FolderScan.scan(s.id, s.name, s.kind, s.location);
+        return FolderScan.scan(s.id, s.name, s.kind, location, parents);
     }
 
     /** The entries of folders.txt (unreadable = none), then the conversion output. */
@@ -178,20 +187,23 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
             if (e.location == null || e.location.isEmpty() || e.name == null) {
                 continue;
             }
-            Path location;
+            String location;
             try {
-                location = Paths.get(e.location).toAbsolutePath().normalize();
+                location = Paths.get(e.location).toAbsolutePath().normalize().toString();
             } catch (RuntimeException bad) {
                 continue;
             }
+            if (location.equals(e.location)) {
+                location = e.location; // one string for both
+            }
             String kind = e.type == null || e.type.equals("DiskFolder") ? Section.FOLDER : Section.PLAYLIST;
-            String key = Section.key(kind, location.toString());
-            found.putIfAbsent(key, new Source(key, Ids.of("section", key), e.name, kind, location));
+            String id = Ids.of("section", Section.key(kind, location));
+            found.putIfAbsent(id, new Source(id, e.name, kind, location));
         }
         Path converted = appFolder.resolve(CONVERTED_FOLDER);
         if (new File(converted.toString()).isDirectory()) {
-            String key = Section.key(Section.CONVERTED, converted.toString());
-            found.putIfAbsent(key, new Source(key, Ids.of("section", key), "Converted", Section.CONVERTED, converted));
+            String id = Ids.of("section", Section.key(Section.CONVERTED, converted.toString()));
+            found.putIfAbsent(id, new Source(id, "Converted", Section.CONVERTED, converted.toString()));
         }
         return new ArrayList<>(found.values());
     }

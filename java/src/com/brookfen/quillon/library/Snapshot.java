@@ -14,18 +14,22 @@ public final class Snapshot {
     Snapshot(List<Section> sections) {
         this.sections = List.copyOf(sections);
         for (Section s : this.sections) {
-            byId.putIfAbsent(s.id, s);
-            index(s.id, s.top);
+            if (byId.putIfAbsent(s.id, s) == null) {
+                index(s.id, s.top, true);
+            }
         }
     }
 
-    private void index(String sectionId, Folder folder) {
-        folders.putIfAbsent(sectionId + "/" + folder.id, folder);
+    private void index(String sectionId, Folder folder, boolean top) {
+        if (!top) {
+            // Top levels are found through their sections: no key of their own for each.
+            folders.putIfAbsent(sectionId + "/" + folder.id, folder);
+        }
         for (Item i : folder.items) {
             items.putIfAbsent(i.id, i);
         }
         for (Folder f : folder.folders) {
-            index(sectionId, f);
+            index(sectionId, f, false);
         }
     }
 
@@ -35,7 +39,11 @@ public final class Snapshot {
 
     /** A folder at any depth of the given section (its top level is the section's own id). */
     public Folder folder(String sectionId, String folderId) {
-        return folders.get(sectionId + "/" + folderId);
+        Section s = byId.get(sectionId);
+        if (s == null) {
+            return null;
+        }
+        return s.top.id.equals(folderId) ? s.top : folders.get(sectionId + "/" + folderId);
     }
 
     public Item item(String id) {

@@ -4,6 +4,7 @@ import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.function.Function;
 
 /**
  * Just enough JSON for the server's own files and answers: objects become
@@ -15,17 +16,28 @@ public final class Json {
     static final int MAX_DEPTH = 64;
 
     private final String text;
+    private final Function<Object, Object> members;
     private int pos;
 
-    private Json(String text) {
+    private Json(String text, Function<Object, Object> members) {
         this.text = text;
+        this.members = members;
     }
 
     public static Object parse(String text) {
+        return parse(text, null);
+    }
+
+    /**
+     * As parse, with each element of an array that is a member of the top-level object
+     * replaced by what the function makes of it as soon as it is read: a large list is
+     * never held whole as a tree.
+     */
+    static Object parse(String text, Function<Object, Object> members) {
         if (text == null) {
             return null;
         }
-        Json p = new Json(text);
+        Json p = new Json(text, members);
         try {
             Object v = p.value(0);
             p.skipSpace();
@@ -111,7 +123,8 @@ public final class Json {
             return list;
         }
         while (true) {
-            list.add(value(depth + 1));
+            Object v = value(depth + 1);
+            list.add(members != null && depth == 1 ? members.apply(v) : v);
             skipSpace();
             char c = text.charAt(pos++);
             if (c == ']') {
@@ -124,8 +137,20 @@ public final class Json {
     }
 
     private String string() {
-        StringBuilder sb = new StringBuilder();
         pos++;
+        // Most strings have no escapes: taken whole from the text, no builder.
+        int end = pos;
+        while (end < text.length() && text.charAt(end) != '"' && text.charAt(end) != '\\') {
+            end++;
+        }
+        if (end < text.length() && text.charAt(end) == '"') {
+            String s = text.substring(pos, end);
+            pos = end + 1;
+            return s;
+        }
+        StringBuilder sb = new StringBuilder(end - pos + 16);
+        sb.append(text, pos, end);
+        pos = end;
         while (true) {
             char c = text.charAt(pos++);
             if (c == '"') {

@@ -48,18 +48,30 @@ public final class LibraryFolders {
         } catch (IOException | RuntimeException e) {
             return Collections.emptyList();
         }
-        Map<String, Object> doc = Json.parseObject(text);
-        Object folders = doc == null ? null : doc.get("folders");
+        Object doc = Json.parse(text, o -> o instanceof Map ? entry(o) : null);
+        text = null; // the file's text goes before the list is copied
+        Object folders = doc instanceof Map ? ((Map<?, ?>) doc).get("folders") : null;
         if (!(folders instanceof List)) {
             return Collections.emptyList();
         }
-        List<Entry> result = new ArrayList<>();
+        List<Entry> result = new ArrayList<>(((List<?>) folders).size());
         for (Object o : (List<?>) folders) {
-            if (o instanceof Map) {
-                result.add(new Entry(text(o, "name"), text(o, "type"), text(o, "id")));
+            if (o instanceof Entry) {
+                result.add((Entry) o);
             }
         }
         return result;
+    }
+
+    private static Entry entry(Object o) {
+        String type = text(o, "type");
+        // Nearly every entry has one of two types: one string each, not one per entry.
+        if ("DiskFolder".equals(type)) {
+            type = "DiskFolder";
+        } else if ("iTunesPlaylist".equals(type)) {
+            type = "iTunesPlaylist";
+        }
+        return new Entry(text(o, "name"), type, text(o, "id"));
     }
 
     /** A string member as the controller reads it: a number is its decimal text, other kinds absent. */
