@@ -8,7 +8,8 @@ build/bin/quillon-server there (offscreen, server running, bound to 127.0.0.1 on
 custom port), waits until the library answers once and the program settles, then sends
 nothing for <seconds> (default 60) and prints the CPU time of the whole process over that
 time (utime+stime from /proc/<pid>/stat) as a share of one core, its resident memory, and
-the threads that used the most. Ends the program with SIGTERM.
+the threads that used the most. Ends the program with SIGTERM. Extra JVM options for a
+comparison run go in QUILLON_BENCH_JVM_OPTIONS (e.g. -XX:-UsePerfData).
 """
 import json
 import os
@@ -91,7 +92,8 @@ def main():
         os.mkdir(runtime, 0o700)
         env = dict(os.environ, HOME=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
                    XDG_RUNTIME_DIR=runtime, XDG_CACHE_HOME=os.path.join(home, "cache"),
-                   QT_QPA_PLATFORM="offscreen", JAVA_TOOL_OPTIONS="-Dquillon.bind.address=127.0.0.1")
+                   QT_QPA_PLATFORM="offscreen", JAVA_TOOL_OPTIONS=" ".join(
+                       ["-Dquillon.bind.address=127.0.0.1", os.environ.get("QUILLON_BENCH_JVM_OPTIONS", "")]))
         log = open(os.path.join(home, "log.txt"), "w+")
         program = subprocess.Popen([os.path.join(build, "bin", "quillon-server")], env=env,
                                    stdout=log, stderr=subprocess.STDOUT)
