@@ -46,6 +46,7 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
     private FolderScan.Parents parents = new FolderScan.Parents();
     private int scans;
     private boolean compact;
+    private List<LibraryFolders.Entry> lastEntries;
     private final FolderWatch watch = new FolderWatch("quillon-library", SETTLE_MS, MAX_DELAY_MS, FALLBACK_RESCAN_MS, this);
 
     public Library(Path appFolder) {
@@ -143,7 +144,6 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
             if (sourcesDirty || sources == null) {
                 sources = readSources();
                 sourcesDirty = false;
-                compact = sources.size() >= LARGE_FOLDER_FILE;
                 Set<String> keep = new HashSet<>();
                 for (Source s : sources) {
                     keep.add(s.id);
@@ -197,7 +197,11 @@ public final class Library implements AutoCloseable, FolderWatch.Listener {
         if (appFolder == null) {
             return new ArrayList<>();
         }
-        for (LibraryFolders.Entry e : folderFile.get()) {
+        List<LibraryFolders.Entry> entries = folderFile.get();
+        // Only a file parsed anew (not the same list again, as at a slow rescan) grew the heap.
+        compact = entries != lastEntries && entries.size() >= LARGE_FOLDER_FILE;
+        lastEntries = entries;
+        for (LibraryFolders.Entry e : entries) {
             if (e.location == null || e.location.isEmpty() || e.name == null) {
                 continue;
             }
