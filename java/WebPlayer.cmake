@@ -14,6 +14,7 @@ set(_vendor_out ${CMAKE_CURRENT_BINARY_DIR}/web/vendor)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
   ${_vendor_src}/package.json ${_vendor_src}/package-lock.json)
 
+unset(QUILLON_HLSJS_VERSION CACHE)
 if(QUILLON_FETCH_HLSJS)
   file(READ ${_vendor_src}/package-lock.json _lock)
   string(JSON _hls_version GET "${_lock}" packages node_modules/hls.js version)
@@ -53,6 +54,8 @@ if(QUILLON_FETCH_HLSJS)
       "${_notice}\n${_apache}")
     file(WRITE ${_stamp} "${_hls_version}")
   endif()
+  # The package's copyright file names what the jar bundles.
+  set(QUILLON_HLSJS_VERSION ${_hls_version} CACHE INTERNAL "hls.js version inside the jar")
   list(APPEND QUILLON_WEB_RESOURCES NAMESPACE web/vendor
     ${_vendor_out}/hls.light.min.js ${_vendor_out}/hls.js.LICENSE)
 endif()

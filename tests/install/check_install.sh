@@ -47,6 +47,10 @@ grep -qx "Icon=$id" "$desktop" && grep -qx "Exec=quillon-server" "$desktop" || f
 appstreamcli validate --no-net "$metainfo" || fail "appstreamcli validate"
 grep -q "<release version=\"$version\"" "$metainfo" || fail "no release $version in the AppStream file"
 
+copyright=$usr/share/doc/quillon-server/copyright
+grep -q "^Files: \*" "$copyright" || fail "no copyright file"
+grep -q "^Comment: hls.js [0-9]" "$copyright" || fail "the copyright file does not name the bundled hls.js"
+
 man=$usr/share/man/man1/quillon-server.1.gz
 [[ -f $man ]] || fail "no man page"
 warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z "$man" 2>&1 >/dev/null)
