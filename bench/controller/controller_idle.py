@@ -7,9 +7,14 @@ whose conversion-folders.txt names a folder tree with no videos, starts
 build/bin/quillon-server there (offscreen, server running, bound to 127.0.0.1 on a free
 custom port), waits until the library answers once and the program settles, then sends
 nothing for <seconds> (default 60) and prints the CPU time of the whole process over that
-time (utime+stime from /proc/<pid>/stat) as a share of one core, its resident memory, and
-the threads that used the most. Ends the program with SIGTERM. Extra JVM options for a
-comparison run go in QUILLON_BENCH_JVM_OPTIONS (e.g. -XX:-UsePerfData).
+time as a share of one core, its resident memory, and the threads that used the most with
+their wake-ups a second. Ends the program with SIGTERM. Extra JVM options for a comparison run
+go in QUILLON_BENCH_JVM_OPTIONS (e.g. -XX:-UsePerfData).
+
+The peer, measured over the same window: an empty JVM of the same runtime (`java` running a
+class that only waits), the floor that any program hosting this JVM pays. CPU time is the
+scheduler's own nanosecond count (/proc/<pid>/task/<tid>/schedstat), so short windows and
+threads that wake briefly are not rounded to clock ticks.
 """
 import json
 import os
@@ -32,21 +37,45 @@ def free_port():
         return s.getsockname()[1]
 
 
-def ticks(stat_path):
-    # Fields after the command name, which may itself hold spaces or parentheses.
-    fields = open(stat_path).read().rsplit(")", 1)[1].split()
-    return int(fields[11]) + int(fields[12])
+def switches(status_path):
+    count = 0
+    for line in open(status_path):
+        if line.startswith(("voluntary_ctxt_switches:", "nonvoluntary_ctxt_switches:")):
+            count += int(line.split()[1])
+    return count
 
 
 def threads(pid):
+    """tid -> (name, nanoseconds on a CPU, context switches)."""
     found = {}
     for tid in os.listdir(f"/proc/{pid}/task"):
+        task = f"/proc/{pid}/task/{tid}"
         try:
-            name = open(f"/proc/{pid}/task/{tid}/comm").read().strip()
-            found[tid] = (name, ticks(f"/proc/{pid}/task/{tid}/stat"))
-        except OSError:
+            name = open(f"{task}/comm").read().strip()
+            found[tid] = (name, int(open(f"{task}/schedstat").read().split()[0]),
+                          switches(f"{task}/status"))
+        except (OSError, ValueError):
             continue  # ended meanwhile
     return found
+
+
+def spent(before, after):
+    """(ns, switches) per thread over the window, and the totals, threads born meanwhile included."""
+    rows = []
+    for tid, (name, ns, sw) in after.items():
+        _, ns0, sw0 = before.get(tid, (name, 0, 0))
+        rows.append((ns - ns0, sw - sw0, name, tid))
+    return rows, sum(r[0] for r in rows), sum(r[1] for r in rows)
+
+
+def empty_jvm(folder):
+    """A JVM of the same runtime that only waits: the peer."""
+    with open(os.path.join(folder, "Idle.java"), "w") as f:
+        f.write("public class Idle { public static void main(String[] a) throws Exception {"
+                " Thread.sleep(Long.MAX_VALUE); } }\n")
+    subprocess.run(["javac", "-d", folder, os.path.join(folder, "Idle.java")], check=True)
+    return subprocess.Popen(["java", "-cp", folder, "Idle"], stdout=subprocess.DEVNULL,
+                            stderr=subprocess.DEVNULL)
 
 
 def rss_kib(pid):
@@ -84,7 +113,6 @@ def make_home(home, port):
 def main():
     build = sys.argv[1] if len(sys.argv) > 1 else "build"
     seconds = int(sys.argv[2]) if len(sys.argv) > 2 else 60
-    hz = os.sysconf("SC_CLK_TCK")
     with tempfile.TemporaryDirectory() as home:
         port = free_port()
         make_home(home, port)
@@ -110,25 +138,30 @@ def main():
                 except OSError:
                     pass
                 time.sleep(0.5)
+            peer = empty_jvm(home)
             time.sleep(SETTLE_SECONDS)
             pid = program.pid
-            before, threads_before = ticks(f"/proc/{pid}/stat"), threads(pid)
+            before, peer_before = threads(pid), threads(peer.pid)
             time.sleep(seconds)
-            after, threads_after = ticks(f"/proc/{pid}/stat"), threads(pid)
+            after, peer_after = threads(pid), threads(peer.pid)
             rss = rss_kib(pid)
         finally:
             program.send_signal(signal.SIGTERM)
             code = program.wait(60)
-    used = (after - before) / hz
-    print(f"library {count} files; idle {seconds} s: {used * 1000:.0f} ms CPU, "
-          f"{100 * used / seconds:.3f} % of a core; RSS {rss / 1024:.0f} MiB; exit {code}")
-    busy = []
-    for tid, (name, t) in threads_after.items():
-        spent = t - threads_before.get(tid, (name, 0))[1]
-        if spent:
-            busy.append((spent, name, tid))
-    for spent, name, tid in sorted(busy, reverse=True)[:12]:
-        print(f"  {name:<20} {tid:>8}  {spent * 1000 // hz:>5} ms")
+            if "peer" in locals():
+                peer.kill()
+                peer.wait()
+    rows, ns, wakes = spent(before, after)
+    _, peer_ns, peer_wakes = spent(peer_before, peer_after)
+    print(f"library {count} files; idle {seconds} s: {ns / 1e6:.0f} ms CPU, "
+          f"{ns / 1e7 / seconds:.3f} % of a core, {wakes / seconds:.1f} wake-ups/s; "
+          f"RSS {rss / 1024:.0f} MiB; exit {code}")
+    print(f"peer, an empty JVM over the same {seconds} s: {peer_ns / 1e6:.0f} ms CPU, "
+          f"{peer_ns / 1e7 / seconds:.3f} % of a core, {peer_wakes / seconds:.1f} wake-ups/s; "
+          f"ratio {ns / max(peer_ns, 1):.2f}x")
+    for used, woke, name, tid in sorted(rows, reverse=True)[:12]:
+        if used:
+            print(f"  {name:<20} {tid:>8}  {used / 1e6:>7.1f} ms  {woke / seconds:>5.1f}/s")
 
 
 if __name__ == "__main__":
