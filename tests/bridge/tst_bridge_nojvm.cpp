@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -94,16 +93,6 @@ private slots:
         JNIServer::releaseInstance();
         QCOMPARE(JNIServer::instance(), nullptr);
         QCOMPARE(log.lines(), QStringList{QStringLiteral("JNIServer dealloc")});
-    }
-
-    void encodingsCompareByCharset()
-    {
-        const Encoding a(QStringLiteral("Unicode"), QStringLiteral("UTF-8"));
-        const Encoding b(QStringLiteral("UTF-8 (other name)"), QStringLiteral("UTF-8"));
-        const Encoding c(QStringLiteral("Unicode"), QStringLiteral("UTF-16"));
-        QVERIFY(a == b && a != c);
-        QCOMPARE(qHash(a), qHash(b));
-        QCOMPARE(QSet<Encoding>({a, b, c}).size(), 2);
     }
 
     void controllerClassMissing()

@@ -6,7 +6,6 @@
 #include "server/Server.h"
 
 #include <QDir>
-#include <QMetaProperty>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -53,26 +52,5 @@ inline QStringList callsDuring(const std::function<void()> &action, const QStrin
     const QStringList calls = BridgeFixture::recordedCalls();
     BridgeFixture::resetScript();
     return calls;
-}
-
-// Every setting as the facade reads it, one "name=value" line each (the
-// running state excepted: it is Java's, not the store's).
-inline QStringList describeSettings(Server *server)
-{
-    QStringList lines;
-    const QMetaObject *meta = server->metaObject();
-    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
-        const QMetaProperty property = meta->property(i);
-        const QLatin1String name(property.name());
-        if (property.isConstant() || name == QLatin1String("running") || name == QLatin1String("startFailure"))
-            continue;
-        const QVariant value = property.read(server);
-        const QString text = value.metaType() == QMetaType::fromType<Encoding>() ? value.value<Encoding>().charset()
-                                                                                : value.toString();
-        lines << QLatin1String(property.name()) + QLatin1Char('=') + text;
-    }
-    lines << QStringLiteral("passwordDigest=") + server->passwordDigest();
-    lines << QStringLiteral("preferencesIsRunning=") + QString::number(Server::preferencesIsRunning());
-    return lines;
 }
 }
