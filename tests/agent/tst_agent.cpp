@@ -1,6 +1,5 @@
 #include "AgentOptions.h"
 
-#include <QDirIterator>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -83,15 +82,11 @@ private slots:
         QFETCH(QString, output);
         QFETCH(QString, agentLine);
         QTemporaryDir tmp;
-        QFile file(tmp.filePath(QStringLiteral("file")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.close();
+        QVERIFY(QFile(tmp.filePath(QStringLiteral("file"))).open(QIODevice::WriteOnly));
         if (!cache.isEmpty()) {
-            QDirIterator it(QStringLiteral(CACHED_CLASSES_DIR), QDir::Files, QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                const QString target = tmp.filePath(cache) + it.next().mid(int(qstrlen(CACHED_CLASSES_DIR)));
-                QVERIFY(QDir().mkpath(QFileInfo(target).path()) && QFile::copy(it.filePath(), target));
-            }
+            const QString cls = QStringLiteral("/com/example/cache/CachedGreeting.class");
+            QVERIFY(QDir().mkpath(QFileInfo(tmp.filePath(cache) + cls).path()));
+            QVERIFY(QFile::copy(QStringLiteral(CACHED_CLASSES_DIR) + cls, tmp.filePath(cache) + cls));
             if (cache.startsWith(QLatin1String("shared")))
                 QVERIFY(QFile::setPermissions(tmp.filePath(QStringLiteral("shared")), QFileDevice::Permissions(0x7777)));
             if (cache.startsWith(QLatin1String("foreign")) && geteuid() != 0)
