@@ -155,7 +155,6 @@ private slots:
             QTest::addRow("%d %s", ++n, getter) << QString::fromLatin1(getter) << script << expected << log;
         };
         row("getLog", "return.getLog.remote=<null>", "<null>");
-        row("getRemoteManagerState", "", "state");
         row("getRemoteManagerState", "state=<null>", "none");
         // The three list walks: null and non-text elements skipped, or the whole list refused.
         row("getAvailableFontFamilyNames", "list.getAvailableFontFamilyNames=Dialog|<null>|Serif|<int>", "Dialog|Serif");
@@ -190,10 +189,9 @@ private slots:
     void refusedOffTheMainThread()
     {
         QString result = QStringLiteral("untouched");
-        QThread *thread = QThread::create([&] { result = server()->getLog(QStringLiteral("remote")); });
+        const std::unique_ptr<QThread> thread(QThread::create([&] { result = server()->getLog(QStringLiteral("remote")); }));
         thread->start();
         QVERIFY(thread->wait(10000));
-        delete thread;
         QVERIFY(result.isNull());
         QCOMPARE(m_log.lines(), QStringList{QStringLiteral("JNIServer: getLog called off the main thread; ignored")});
         QVERIFY(BridgeFixture::recordedCalls().isEmpty());
@@ -204,7 +202,6 @@ private slots:
         QTest::addColumn<int>("threads");
         QTest::addColumn<int>("perThread");
         QTest::addColumn<bool>("receiver");
-        QTest::newRow("one thread") << 1 << 3 << true; // all three well within 0.1 s
         QTest::newRow("eight threads") << 8 << 25 << true;
         QTest::newRow("receiver gone") << 2 << 2 << false;
     }

@@ -29,7 +29,6 @@ private slots:
         QTest::newRow("last wins") << QByteArray("PRETTY_HOSTNAME=One\r\nPRETTY_HOSTNAME=\"Two \xF0\x9F\x98\x80\"\r\n")
                                    << QStringLiteral("Two \U0001F600");
         QTest::newRow("commented out") << QByteArray("#PRETTY_HOSTNAME=Hidden\n") << QString();
-        QTest::newRow("empty quotes") << QByteArray("PRETTY_HOSTNAME=\"\"\n") << QString();
         QTest::newRow("unterminated") << QByteArray("PRETTY_HOSTNAME=\"Open") << QStringLiteral("Open");
         QTest::newRow("binary") << QByteArray("\0\xff\xfe=\n\n=", 7) << QString();
         QTest::newRow("no file") << QByteArray() << QString();
