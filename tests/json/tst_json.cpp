@@ -65,13 +65,9 @@ private slots:
 
 void TestJson::writer()
 {
-    QCOMPARE(jsonStringValue(JsonObject()), QStringLiteral(" {\n}"));
-    QCOMPARE(jsonStringValue({{"a", 1}, {"b", "x"}}), QStringLiteral(" { \"a\" : 1, \"b\" : \"x\"\n}"));
-    QCOMPARE(jsonStringValue({{"a", JsonObject{{"b", 1}}}}), QStringLiteral(" { \"a\" :  { \"b\" : 1\n}\n}"));
-    QCOMPARE(jsonStringValue({{"l", JsonArray{JsonObject{{"a", 1}}, JsonObject{{"b", 2}}, JsonObject{}}}}),
-             QStringLiteral(" { \"l\" : [ { \"a\" : 1\n},  { \"b\" : 2\n},  {\n}]\n}"));
-    QCOMPARE(jsonStringValue({{"e", JsonArray{}}, {"s", ""}, {"n", nullptr}}),
-             QStringLiteral(" { \"e\" : [], \"s\" : \"\", \"n\" : null\n}"));
+    // Objects in arrays, empty strings and arrays: also pinned by the folder files' tests.
+    QCOMPARE(jsonStringValue({{"o", JsonObject{{"n", nullptr}, {"l", JsonArray{JsonObject{}, JsonArray{}}}}}}),
+             QStringLiteral(" { \"o\" :  { \"n\" : null, \"l\" : [ {\n}, []]\n}\n}"));
     // Booleans only for booleans; every number as a plain decimal.
     QCOMPARE(jsonStringValue({{"t", JsonArray{true, 1, false, 0}}}), QStringLiteral(" { \"t\" : [true, 1, false, 0]\n}"));
     QCOMPARE(jsonStringValue({{"n", JsonArray{0.1, -2.5, 1e21, 1.5e-7, JsonValue(qint64(-9007199254740993)), -12,
@@ -89,7 +85,6 @@ void TestJson::writer()
     // U+007F and the controls without a short escape stay raw, U+0000 too.
     const QString raw = QString(QChar(0x7F)) + QChar(0x01) + QChar(0x0B) + QChar(0x0E) + QChar(0x1F) + QChar(0);
     QCOMPARE(written(raw), QLatin1Char('"') + raw + QLatin1Char('"'));
-    QCOMPARE(jsonStringValue({{QStringLiteral("\u00e9\\"), 1}}), QStringLiteral(" { \"\\u00e9\\n\" : 1\n}"));
 }
 
 void TestJson::decimals()
@@ -137,24 +132,23 @@ void TestJson::decimals()
     QCOMPARE(JsonDecimal::fromInteger(std::numeric_limits<qint64>::min()).toString(),
              QStringLiteral("-9223372036854775808"));
     QCOMPARE(JsonDecimal::fromDouble(0.30000000000000004).toString(), QStringLiteral("0.30000000000000004"));
-    QCOMPARE(JsonDecimal::fromDouble(-0.0).toString(), QStringLiteral("0"));
     QCOMPARE(JsonDecimal::fromDouble(std::nan("")).toString(), QStringLiteral("0"));
     QCOMPARE(JsonDecimal::fromDouble(5e-324).toString(), QStringLiteral("0.") + QString(323, u'0') + u'5');
 
     // Conversions truncate and saturate.
     const qint64 max = std::numeric_limits<qint64>::max(), min = std::numeric_limits<qint64>::min();
-    const struct { const char *in; qint64 out; } whole[] = {
-        {"12.9", 12}, {"-12.9", -12}, {"0.9", 0}, {"1200", 1200}, {"1e30", max}, {"-1e30", min},
-        {"9223372036854775807", max}, {"9223372036854775808", max}, {"-9223372036854775809", min},
+    const int imax = std::numeric_limits<int>::max(), imin = std::numeric_limits<int>::min();
+    const struct { const char *in; qint64 whole; int narrow; } conversions[] = {
+        {"12.9", 12, 12}, {"-45631.7", -45631, -45631}, {"0.9", 0, 0}, {"1200", 1200, 1200},
+        {"3000000000", 3000000000, imax}, {"-3000000000", -3000000000, imin}, {"1e30", max, imax}, {"-1e30", min, imin},
+        {"9223372036854775807", max, imax}, {"9223372036854775808", max, imax}, {"-9223372036854775809", min, imin},
     };
-    for (const auto &c : whole)
-        QCOMPARE(dec(c.in).toLongLong(), c.out);
-    QCOMPARE(dec("3000000000").toInt(), std::numeric_limits<int>::max());
-    QCOMPARE(dec("-3000000000").toInt(), std::numeric_limits<int>::min());
-    QCOMPARE(dec("-45631.7").toInt(), -45631);
+    for (const auto &c : conversions) {
+        QCOMPARE(dec(c.in).toLongLong(), c.whole);
+        QCOMPARE(dec(c.in).toInt(), c.narrow);
+    }
     QCOMPARE(dec("-2.5e10").toDouble(), -2.5e10);
     QCOMPARE(dec("12345678901234567890").toDouble(), 12345678901234567890.0);
-    QVERIFY(!dec("0.0001").isZero());
 }
 
 void TestJson::valuesAndObjects()
@@ -195,10 +189,6 @@ void TestJson::valuesAndObjects()
     }
     QCOMPARE(member->first, QStringLiteral("extra"));
     QVERIFY(!big.contains(u"key20000") && big != before);
-    JsonObject reordered;
-    for (int i = count - 1; i >= 0; --i)
-        reordered.insert(key(i), i);
-    QVERIFY(reordered == before);
 }
 
 void TestJson::readerLeniency()
@@ -207,7 +197,6 @@ void TestJson::readerLeniency()
         {u"{\"a\":1,}", u" { \"a\" : 1\n}"},
         {u"{\"a\":}", u" {\n}"},
         {u"{\"a\":1, \"b\"}", u" { \"a\" : 1\n}"},
-        {u"{\"a\":-0.5,\"b\":12,\"c\":1.5e2,\"d\":-0}", u" { \"a\" : -0.5, \"b\" : 12, \"c\" : 150, \"d\" : 0\n}"},
         {u"{\"a\":[1 2,]}", u" { \"a\" : [1, 2]\n}"},
         {u"{\"a\":[1,2 }", u" {\n}"}, // the array fails, the object still closes
         {u"{\"a\":[truefalse null]}", u" { \"a\" : [true, false, null]\n}"},
@@ -222,13 +211,10 @@ void TestJson::readerLeniency()
         QCOMPARE(readBack(c.in), u16(c.out));
     QCOMPARE(readBack(QStringLiteral("{\"a\":") + QChar(0) + QStringLiteral("1}")), QStringLiteral("<none>"));
 
-    // Refused: no top-level object, a bad value, and texts that end where
-    // the cursor must look at one more character. A non-ASCII digit starts
-    // a number that does not read.
+    // Refused: no top-level object, a bad value. A non-ASCII digit starts a
+    // number that does not read. (Texts cut short: roundTripsAndTruncation.)
     for (const char16_t *text : {u"[1]", u"x{\"a\":1}", u"{a:1}", u"{\"a\" 1}", u"{\"a\":1,,\"b\":2}", u"{\"a\":[,1]}",
-                                 u"{\"a\":1, \"b\":+1}", u"{\"a\":trueish}", u"{\"a\":\u200b1}", u"{\"a\":\u0663}",
-                                 u"{ ", u"{\"a\":1  ", u"{\"a\":  \n", u"{\"a\":[1,", u"{\"a\":\"\\", u"{\"a\":\"\\u00e",
-                                 u"{\"a\":\"\\u00e9x", u"{\"a\":tru", u"{\"a\" :", u"{\"", u"{\"a\":-", u"\u2028"})
+                                 u"{\"a\":1, \"b\":+1}", u"{\"a\":trueish}", u"{\"a\":\u200b1}", u"{\"a\":\u0663}", u"\u2028"})
         QVERIFY2(readBack(text) == QStringLiteral("<none>"), qPrintable(QString::fromUtf16(text)));
 }
 
@@ -240,15 +226,11 @@ void TestJson::readerStrings()
         return value ? value->toString() : QStringLiteral("<none>");
     };
     const struct { const char16_t *in; QString out; } cases[] = {
-        {u"{\"a\":\"x\\/y\"}", u16(u"x\\/y")},
-        {u"{\"a\":\"\\u00e9\\u00E9\"}", u16(u"éé")},
-        {u"{\"a\":\"\\ud83c\\udfac\"}", u16(u"🎬")},
-        {u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\q\"}", u16(u"\"\\\b\f\n\r\t\\q")},
+        {u"{\"a\":\"\\u00e9\\u00E9\\ud83c\\udfac\"}", u16(u"éé🎬")},
+        {u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\/\"}", u16(u"\"\\\b\f\n\r\t\\/")},
         // The four characters after "\u" give their leading hex digits, after
         // optional blanks and "0x"; no digit at all gives U+0000.
-        {u"{\"a\":\"\\u12zzX\"}", QString(QChar(0x12)) + u'X'},
-        {u"{\"a\":\"\\u 0x1X\"}", QString(QChar(0x1)) + u'X'},
-        {u"{\"a\":\"\\uzzzzX\"}", QString(QChar(0)) + u'X'},
+        {u"{\"a\":\"\\u12zz\\u 0x1\\uzzzzX\"}", QString(QChar(0x12)) + QChar(0x1) + QChar(0) + u'X'},
         {u"{\"a\":\"\\u\"}\"x\"}", QString(QChar(0))},
         // The string loop stops where only blanks remain: such a string fails,
         // while blanks followed by the closing quote are ordinary content.
@@ -280,12 +262,10 @@ void TestJson::readerDepthLimit()
     auto nestedArrays = [](int depth) { // the top-level object counts as one
         return QStringLiteral("{\"a\":") + QString(depth - 1, u'[') + QString(depth - 1, u']') + u'}';
     };
-    QVERIFY(dictionaryWithJSONString(nestedObjects(kJsonMaxDepth)).has_value());
-    QVERIFY(!dictionaryWithJSONString(nestedObjects(kJsonMaxDepth + 1)).has_value());
-    QVERIFY(dictionaryWithJSONString(nestedArrays(kJsonMaxDepth)).has_value());
-    QVERIFY(!dictionaryWithJSONString(nestedArrays(kJsonMaxDepth + 1)).has_value());
-    QVERIFY(!dictionaryWithJSONString(nestedObjects(100000)).has_value());
-    QVERIFY(!dictionaryWithJSONString(nestedArrays(100000)).has_value());
+    for (int depth : {kJsonMaxDepth, kJsonMaxDepth + 1, 100000}) {
+        QCOMPARE(dictionaryWithJSONString(nestedObjects(depth)).has_value(), depth == kJsonMaxDepth);
+        QCOMPARE(dictionaryWithJSONString(nestedArrays(depth)).has_value(), depth == kJsonMaxDepth);
+    }
     // Too deep fails the whole text, even where a closing brace would
     // otherwise rescue the enclosing object.
     QVERIFY(!dictionaryWithJSONString(QStringLiteral("{\"a\":") + QString(kJsonMaxDepth, u'[') + u'}').has_value());
@@ -293,21 +273,14 @@ void TestJson::readerDepthLimit()
 
     // The deepest accepted text reads within a fraction of the main thread's
     // stack once the JVM exists (about 1 MB).
+    const int pairs = kJsonMaxDepth / 2 - 1; // plus the two innermost objects
+    const QString mixed = QStringLiteral("{\"a\":[").repeated(pairs) + QStringLiteral("{\"a\":{\"k\":\"\\u00e9\"}}")
+        + QStringLiteral("]}").repeated(pairs);
     bool deepRead = false;
-    QThread *reader = QThread::create([&] {
-        QString mixed;
-        for (int i = 1; i < kJsonMaxDepth; ++i)
-            mixed += i % 2 ? QStringLiteral("{\"a\":") : QStringLiteral("[");
-        mixed += QStringLiteral("{\"k\":\"\\u00e9\"}");
-        for (int i = kJsonMaxDepth - 1; i >= 1; --i)
-            mixed += i % 2 ? u'}' : u']';
-        deepRead = dictionaryWithJSONString(mixed).has_value();
-    });
+    std::unique_ptr<QThread> reader(QThread::create([&] { deepRead = dictionaryWithJSONString(mixed).has_value(); }));
     reader->setStackSize(256 * 1024);
     reader->start();
-    QVERIFY(reader->wait(60000));
-    delete reader;
-    QVERIFY(deepRead);
+    QVERIFY(reader->wait(60000) && deepRead);
 }
 
 void TestJson::roundTripsAndTruncation()
@@ -318,10 +291,6 @@ void TestJson::roundTripsAndTruncation()
     QVERIFY(read && *read == document);
     QCOMPARE(jsonStringValue(*read), text);
 
-    // A backslash comes back as a newline; floating-point numbers as decimals.
-    QCOMPARE(readBack(jsonStringValue({{"p", "C:\\dir\\"}, {"d", 0.1}, {"i", 1e20}})),
-             QStringLiteral(" { \"p\" : \"C:\\ndir\\n\", \"d\" : 0.1, \"i\" : 100000000000000000000\n}"));
-
     // Every code unit survives as key and value; everything from U+0080 is escaped.
     QString all;
     for (int unit = 0; unit <= 0xFFFF; ++unit)
@@ -329,7 +298,7 @@ void TestJson::roundTripsAndTruncation()
     const QString allText = jsonStringValue({{all, all}});
     QVERIFY(std::all_of(allText.begin(), allText.end(), [](QChar c) { return c.unicode() < 0x80; }));
     QString expected = all;
-    expected[0x5C] = u'\n'; // the backslash
+    expected[0x5C] = u'\n'; // a backslash comes back as a newline
     QCOMPARE(dictionaryWithJSONString(allText), std::optional<JsonObject>(JsonObject{{expected, expected}}));
 
     // Every proper prefix of a written document fails (it lacks the last

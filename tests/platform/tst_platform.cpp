@@ -19,21 +19,11 @@ static bool writeFile(const QString &path, const QByteArray &bytes)
     return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
 }
 
-// A child run of this test executable writes or reads the store, so that
+// A child run of this test executable reads the standard store, so that
 // values are seen to cross a process boundary.
-static int childMain(const QString &mode)
+static int childMain()
 {
     Defaults &d = Defaults::standard();
-    if (mode == QLatin1String("write")) {
-        d.setBool(true, QStringLiteral("aBool"));
-        d.setBool(false, QStringLiteral("falseBool"));
-        d.setInteger(-7, QStringLiteral("anInt"));
-        d.setDouble(0.1, QStringLiteral("aNumber"));
-        d.setString(QStringLiteral("multi\nline \\ = é 🎬"), QStringLiteral("aString"));
-        d.setString(QStringLiteral("45631"), QStringLiteral("digits"));
-        d.setObject(QByteArray("\x00\x01geo", 5), QStringLiteral("Window Frame=Main"));
-        return 0;
-    }
     QTextStream out(stdout);
     for (const char *key : {"aBool", "falseBool", "anInt", "aNumber", "aString", "digits", "Window Frame=Main", "absent"}) {
         const QVariant v = d.objectForKey(QString::fromLatin1(key));
@@ -62,15 +52,20 @@ private slots:
 void TestPlatform::defaultsKeepTypesAcrossProcesses()
 {
     QTemporaryDir home;
+    Defaults d(home.path() + QStringLiteral("/Quillon/QuillonServer.conf"));
+    d.setBool(true, QStringLiteral("aBool"));
+    d.setBool(false, QStringLiteral("falseBool"));
+    d.setInteger(-7, QStringLiteral("anInt"));
+    d.setDouble(0.1, QStringLiteral("aNumber"));
+    d.setString(QStringLiteral("multi\nline \\ = é 🎬"), QStringLiteral("aString"));
+    d.setString(QStringLiteral("45631"), QStringLiteral("digits"));
+    d.setObject(QByteArray("\x00\x01geo", 5), QStringLiteral("Window Frame=Main"));
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
     p.setProcessEnvironment(env);
-    for (const char *mode : {"write", "read"}) {
-        p.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--child"), QString::fromLatin1(mode)});
-        QVERIFY(p.waitForFinished(20000));
-    }
-    QVERIFY(QFile::exists(home.path() + QStringLiteral("/Quillon/QuillonServer.conf")));
+    p.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--child")});
+    QVERIFY(p.waitForFinished(20000));
     QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts),
              QStringList({"aBool|bool|true", "falseBool|bool|false", "anInt|qlonglong|-7", "aNumber|double|0.1",
                           "aString|QString|multi%0Aline%20%5C%20%3D%20%C3%A9%20%F0%9F%8E%AC", "digits|QString|45631",
@@ -98,14 +93,6 @@ void TestPlatform::defaultsAbsentAndConversions()
     QVERIFY(d.integerForKey(k) == 2 && d.boolForKey(k));
     d.setObject(QVariant(), k);
     QVERIFY(!d.contains(k));
-
-    // A damaged line is skipped, the rest of the file still reads.
-    const QString file = dir.path() + QStringLiteral("/broken.conf");
-    QVERIFY(writeFile(file, "garbage\nA=int:notanumber\nB=int:5\nC=unknown:1\n=bool:true\nD=bool:true\n"));
-    Defaults broken(file);
-    QVERIFY(!broken.contains(QStringLiteral("A")) && !broken.contains(QStringLiteral("C")));
-    QCOMPARE(broken.objectForKey(QStringLiteral("B")), QVariant(qlonglong(5)));
-    QCOMPARE(broken.objectForKey(QStringLiteral("D")), QVariant(true));
 }
 
 static QStringList fileLines(const QString &path)
@@ -120,7 +107,7 @@ void TestPlatform::defaultsKeepLinesTheyCannotRead()
     QTemporaryDir dir;
     const QString file = dir.filePath(QStringLiteral("store.conf"));
     const QStringList unread = {"# written by hand", "FutureKey=uuid:1", "Count=int:47006abc", "Ratio=float:0.5",
-                                "Blob=bytes:!!!", "Flag=bool:maybe", "garbage"};
+                                "Blob=bytes:!!!", "Flag=bool:maybe", "garbage", "=bool:true"};
     QVERIFY(writeFile(file, (unread.join(QLatin1Char('\n')) + QStringLiteral("\nPort=int:8080\n")).toUtf8()));
     Defaults d(file);
     for (const char *key : {"FutureKey", "Count", "Ratio", "Blob", "Flag"})
@@ -142,51 +129,41 @@ void TestPlatform::defaultsKeepLinesTheyCannotRead()
 
 void TestPlatform::defaultsReportFailedSaves()
 {
+    // The log line, its once-per-file rule and the failure signal are
+    // checked with the folder files and the tray's tool tip.
     QTemporaryDir dir;
-    QStringList log;
-    SystemLog::setSink([&](const QString &line) { log << line; });
+    SystemLog::setSink([](const QString &) {});
 
     // A save cut short (here: files may not grow beyond 100 bytes) leaves
     // the previous file whole.
-    {
-        Defaults limited(dir.filePath(QStringLiteral("limited.conf")));
-        limited.setString(QStringLiteral("short"), QStringLiteral("s"));
-        const QStringList before = fileLines(limited.fileName());
-        ::signal(SIGXFSZ, SIG_IGN);
-        rlimit saved, small;
-        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-        small = saved;
-        small.rlim_cur = 100;
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
-        limited.setString(QString(300, QLatin1Char('x')), QStringLiteral("long"));
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
-        QCOMPARE(fileLines(limited.fileName()), before);
-        QVERIFY(log.size() == 1 && SaveFailures::instance().any());
-        limited.removeObjectForKey(QStringLiteral("long"));
-        QVERIFY(!SaveFailures::instance().any());
-        log.clear();
-    }
+    Defaults limited(dir.filePath(QStringLiteral("limited.conf")));
+    limited.setString(QStringLiteral("short"), QStringLiteral("s"));
+    const QStringList before = fileLines(limited.fileName());
+    ::signal(SIGXFSZ, SIG_IGN);
+    rlimit saved, small;
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+    small = {100, saved.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    limited.setString(QString(300, QLatin1Char('x')), QStringLiteral("long"));
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+    QVERIFY(fileLines(limited.fileName()) == before && SaveFailures::instance().any());
+    limited.removeObjectForKey(QStringLiteral("long"));
+    QVERIFY(!SaveFailures::instance().any());
 
-    QSignalSpy changed(&SaveFailures::instance(), &SaveFailures::changed);
-    // A file where the folder should be stops even root.
+    // A file where the folder should be stops even root; the values are
+    // kept for this run, and once the folder can be made the next change
+    // saves them all.
     const QString blocker = dir.filePath(QStringLiteral("Quillon"));
     QVERIFY(writeFile(blocker, "not a folder"));
-    const QString file = blocker + QStringLiteral("/QuillonServer.conf");
-    Defaults d(file);
+    Defaults d(blocker + QStringLiteral("/QuillonServer.conf"));
     d.setInteger(1, QStringLiteral("a"));
     d.setInteger(2, QStringLiteral("b"));
-    QCOMPARE(log.size(), 1);
-    QVERIFY2(log.first().startsWith(QStringLiteral("Can't save %1: ").arg(file)), qPrintable(log.first()));
-    QVERIFY(SaveFailures::instance().files().contains(file) && changed.size() == 1);
-    QCOMPARE(SaveFailures::instance().message(), QStringLiteral("Settings cannot be saved"));
-    QCOMPARE(d.integerForKey(QStringLiteral("b")), 2); // kept for this run
-
-    // Once the folder can be made, the next change saves everything.
+    QVERIFY(SaveFailures::instance().files().contains(d.fileName()) && d.integerForKey(QStringLiteral("b")) == 2);
     QVERIFY(QFile::remove(blocker));
     d.setInteger(3, QStringLiteral("c"));
     SystemLog::setSink({});
-    QVERIFY(!SaveFailures::instance().any() && changed.size() == 2 && log.size() == 1);
-    QCOMPARE(fileLines(file), QStringList({"a=int:1", "b=int:2", "c=int:3"}));
+    QVERIFY(!SaveFailures::instance().any());
+    QCOMPARE(fileLines(d.fileName()), QStringList({"a=int:1", "b=int:2", "c=int:3"}));
 }
 
 void TestPlatform::delayedCallsRunAndCancelPerTarget()
@@ -213,33 +190,22 @@ void TestPlatform::delayedCallsRunAndCancelPerTarget()
     QCOMPARE(DelayedCall::pendingCount(&a), 1);
     DelayedCall::cancelAll(&a);
     const int stopped = passes;
-    bool ran = false;
-    // A destroyed target takes its pending calls with it.
-    DelayedCall::perform(std::make_unique<QObject>().get(), 5, [&] { ran = true; });
     QTest::qWait(40);
-    QVERIFY(passes == stopped && !ran);
+    QCOMPARE(passes, stopped);
 }
 
+// Found files, Info values and the temporary folder are checked with the
+// JVM's launch options; here the resources next to a build's executable.
 void TestPlatform::resourcesAndInfo()
 {
-    QTemporaryDir dir;
-    QVERIFY(writeFile(dir.filePath(QStringLiteral("Info.ini")), "CFBundleVersion=240\nCFBundleShortVersionString=2.4\n"));
-    QVERIFY(writeFile(dir.filePath(QStringLiteral("QuillonServer.jar")), QByteArray()));
-    Resources::setFolder(dir.path());
-    QCOMPARE(Resources::pathForResource(QStringLiteral("QuillonServer"), QStringLiteral("jar")),
-             dir.filePath(QStringLiteral("QuillonServer.jar")));
-    QCOMPARE(Resources::pathForResource(QStringLiteral("jna"), QStringLiteral("jar")), QString());
-    QCOMPARE(Info::value(QStringLiteral("CFBundleShortVersionString")), QStringLiteral("2.4"));
-    Resources::setFolder(QString());
     QVERIFY(!Info::value(QStringLiteral("CFBundleVersion")).isEmpty());
-    QVERIFY(Resources::temporaryFolder().endsWith(QLatin1Char('/')));
 }
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    if (argc == 3 && qstrcmp(argv[1], "--child") == 0)
-        return childMain(QString::fromLatin1(argv[2]));
+    if (argc == 2 && qstrcmp(argv[1], "--child") == 0)
+        return childMain();
     TestPlatform test;
     return QTest::qExec(&test, argc, argv);
 }
