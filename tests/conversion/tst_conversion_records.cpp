@@ -67,14 +67,6 @@ private slots:
         QFETCH(QString, expected);
         QCOMPARE(describe(KRConversion::conversionFromJSONString(document)), expected);
     }
-
-    void constructorsGiveNothingForNothing()
-    {
-        QVERIFY(!KRConversion::conversionFromDictionary(nullptr));
-        // Built straight from a dictionary, as the view does with "conversion".
-        const JsonObject dictionary{{QStringLiteral("queue"), JsonArray{JsonObject{{QStringLiteral("id"), "q"}}}}};
-        QCOMPARE(describe(KRConversion::conversionFromDictionary(&dictionary)), QStringLiteral("idle queue:[q=-]"));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestConversionRecords)
