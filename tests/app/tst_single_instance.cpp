@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <memory>
 
@@ -83,6 +84,8 @@ class TestSingleInstance : public QObject
 {
     Q_OBJECT
 
+    qint64 m_startUpMs = 0; // how long a start takes here
+
 private slots:
     void oneInstanceWhenLaunchesRace()
     {
@@ -90,8 +93,11 @@ private slots:
         QVERIFY(user.home.isValid() && user.runtime.isValid());
 
         {
+            QElapsedTimer clock;
+            clock.start();
             Launch crashed(user);
             QVERIFY2(crashed.waitFor(kStarted), qPrintable(crashed.log()));
+            m_startUpMs = clock.elapsed();
             QVERIFY(crashed.signal(SIGKILL));
             QVERIFY(!crashed.endsCleanly());
         }
@@ -121,7 +127,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(running->log().count(QLatin1String("Preferences window requested by another launch")),
                                   9, 30000);
 
-        QVERIFY(running->signal(SIGTERM));
+        QVERIFY(running->signal(SIGHUP));
         QVERIFY2(running->endsCleanly() && running->loggedShutdown(), qPrintable(running->log()));
         QVERIFY(!QFileInfo::exists(user.socket()) && !QFileInfo::exists(user.lock()));
     }
@@ -144,30 +150,16 @@ private slots:
 
     void quitSignalsDuringStartUp()
     {
-        // How long a start takes here, ended by SIGHUP once it has started.
-        qint64 startUpMs = 0;
-        {
-            User user;
-            QElapsedTimer clock;
-            clock.start();
-            Launch launch(user);
-            QVERIFY2(launch.waitFor(kStarted), qPrintable(launch.log()));
-            startUpMs = clock.elapsed();
-            QVERIFY(launch.signal(SIGHUP));
-            QVERIFY2(launch.endsCleanly() && launch.loggedShutdown(), qPrintable(launch.log()));
-        }
-
         // SIGTERM at 20 moments from the process's start to past the server's
         // start, four launches at a time. A clean end logs the shutdown; only a
         // signal before the program ran at all may end it, silently.
         for (int batch = 0; batch < 5; ++batch) {
-            std::vector<std::unique_ptr<User>> users(4);
+            std::array<User, 4> users;
             std::vector<std::unique_ptr<Launch>> launches;
             std::vector<int> moments;
-            for (auto &user : users) {
-                user = std::make_unique<User>();
-                launches.push_back(std::make_unique<Launch>(*user));
-                moments.push_back(QRandomGenerator::global()->bounded(int(startUpMs * 3 / 2) + 1));
+            for (const User &user : users) {
+                launches.push_back(std::make_unique<Launch>(user));
+                moments.push_back(QRandomGenerator::global()->bounded(int(m_startUpMs * 3 / 2) + 1));
             }
             QElapsedTimer clock;
             clock.start();
