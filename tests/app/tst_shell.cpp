@@ -257,12 +257,10 @@ private slots:
             return true;
         });
         menuAction(controller, "startServer")->trigger();
-        server()->setListenOnCustomPort(false);
         menuAction(controller, "openWebPlayer")->trigger();
         server()->setCustomPort(50123);
         server()->setListenOnCustomPort(true);
         menuAction(controller, "openWebPlayer")->trigger();
-        server()->setListenOnCustomPort(false);
         StartupController::setUrlOpener({});
         QCOMPARE(opened, (QList<QUrl>{QUrl("http://localhost:45631/"), QUrl("http://localhost:50123/")}));
     }
