@@ -7,7 +7,7 @@ import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
 import java.util.Objects;
-import java.util.function.BooleanSupplier;
+import java.util.concurrent.TimeUnit;
 
 /**
  * What the plain-Java test drivers share: every static method named test* of the given
@@ -62,9 +62,39 @@ class Checks {
         check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
     }
 
-    static void waitFor(BooleanSupplier condition, long millis, String what) throws InterruptedException {
-        for (long end = System.currentTimeMillis() + millis; !condition.getAsBoolean(); Thread.sleep(20))
-            check(System.currentTimeMillis() < end, "timed out waiting for " + what);
+    interface Condition {
+        boolean holds() throws Exception;
+    }
+
+    /** Polls until the condition holds; a condition that throws does not hold yet. */
+    static void waitFor(Condition condition, long millis, String what) throws InterruptedException {
+        Throwable last = null;
+        for (long end = System.currentTimeMillis() + millis;; Thread.sleep(20)) {
+            try {
+                if (condition.holds())
+                    return;
+            } catch (Exception | AssertionError e) {
+                last = e;
+            }
+            check(System.currentTimeMillis() < end, "timed out waiting for " + what + (last == null ? "" : ": " + last));
+        }
+    }
+
+    /** Runs a command to its end; its exit code and trimmed output as "code:output". */
+    static String run(String... command) throws Exception {
+        Process p = new ProcessBuilder(command).redirectError(ProcessBuilder.Redirect.DISCARD).start();
+        String out = new String(p.getInputStream().readAllBytes(), java.nio.charset.StandardCharsets.UTF_8).trim();
+        check(p.waitFor(30, TimeUnit.SECONDS), String.join(" ", command) + " ends");
+        return p.exitValue() + ":" + out;
+    }
+
+    /** Makes a test video with ffmpeg from the given arguments; the last one is the file made. */
+    static Path ffmpeg(String... args) throws Exception {
+        List<String> command = new ArrayList<>(List.of("ffmpeg", "-nostdin", "-v", "error", "-y"));
+        command.addAll(Arrays.asList(args));
+        Path out = Path.of(args[args.length - 1]);
+        check(run(command.toArray(String[]::new)).startsWith("0:") && Files.size(out) > 0, "ffmpeg made " + out);
+        return out;
     }
 
     static void deleteTree(Path root) throws java.io.IOException {

@@ -44,13 +44,6 @@ final class MediaFfmpegTest extends Checks {
             m.shutdown();
     }
 
-    static void ffmpeg(String... args) throws Exception {
-        List<String> cmd = new ArrayList<>(Arrays.asList("ffmpeg", "-nostdin", "-v", "error", "-y"));
-        cmd.addAll(Arrays.asList(args));
-        Process p = new ProcessBuilder(cmd).inheritIO().start();
-        check(p.waitFor() == 0, "ffmpeg " + cmd);
-    }
-
     /** 60 s of 320x240 at 10 frames a second with a tone: ten segments, quick to make and convert. */
     static synchronized Path clip() throws Exception {
         if (clip == null) {
@@ -61,22 +54,16 @@ final class MediaFfmpegTest extends Checks {
         return clip;
     }
 
-    /** ffprobe's view of a file: its first video stream and its format. */
+    /** ffprobe's view of a file: the first of the given streams, with the format's start and duration. */
+    @SuppressWarnings("unchecked")
     static Map<String, Object> probe(Path file, String stream) throws Exception {
-        Process p = new ProcessBuilder("ffprobe", "-v", "error", "-print_format", "json", "-select_streams", stream,
-                "-show_entries", "stream=codec_name,width,height,profile:format=start_time,duration",
-                file.toString()).start();
-        String json = new String(p.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        check(p.waitFor() == 0, "ffprobe " + file);
-        Map<String, Object> root = Json.parseObject(json);
-        Map<String, Object> out = new java.util.HashMap<>();
-        @SuppressWarnings("unchecked")
-        List<Object> streams = (List<Object>) root.get("streams");
+        String json = run("ffprobe", "-v", "error", "-print_format", "json", "-select_streams", stream,
+                "-show_entries", "stream=codec_name,width,height,profile:format=start_time,duration", file.toString());
+        check(json.startsWith("0:"), "ffprobe " + file);
+        Map<String, Object> root = Json.parseObject(json.substring(2));
+        List<Map<String, Object>> streams = (List<Map<String, Object>>) root.get("streams");
         check(!streams.isEmpty(), "a " + stream + " stream in " + file);
-        @SuppressWarnings("unchecked")
-        Map<String, Object> first = (Map<String, Object>) streams.get(0);
-        out.putAll(first);
-        @SuppressWarnings("unchecked")
+        Map<String, Object> out = new java.util.HashMap<>(streams.get(0));
         Map<String, Object> format = (Map<String, Object>) root.get("format");
         out.put("start_time", Double.parseDouble((String) format.get("start_time")));
         out.put("duration", Double.parseDouble((String) format.get("duration")));
@@ -212,9 +199,7 @@ final class MediaFfmpegTest extends Checks {
             freezeFfmpegs();
             check(!ffmpegs().isEmpty(), "ffmpeg still running (frozen) while nobody asks");
             // The line is written once ffmpeg is gone and the folder removed.
-            while (!logs.get(LogBook.LIVE_CONVERSION).contains("nobody asked")
-                    && System.nanoTime() - start < 8_000_000_000L)
-                Thread.sleep(50);
+            waitFor(() -> logs.get(LogBook.LIVE_CONVERSION).contains("nobody asked"), 8000, "the idle end");
             long millis = (System.nanoTime() - start) / 1_000_000;
             check(ffmpegs().isEmpty(), "no ffmpeg left after the idle time");
             check(millis >= 1500, "not ended before the idle time: " + millis + " ms");
@@ -257,10 +242,9 @@ final class MediaFfmpegTest extends Checks {
         long start = System.nanoTime();
         check(media.metadata().cached(video, size, mtime) == null, "unknown at first");
         check(System.nanoTime() - start < 50_000_000L, "the first call does not wait for ffprobe");
-        MediaInfo info = null;
-        for (int i = 0; i < 200 && info == null; i++, Thread.sleep(25))
-            info = media.metadata().cached(video, size, mtime);
-        check(info != null && info.width == 320 && info.height == 240 && "h264".equals(info.videoCodec)
+        waitFor(() -> media.metadata().cached(video, size, mtime) != null, 5000, "the background probe");
+        MediaInfo info = media.metadata().cached(video, size, mtime);
+        check(info.width == 320 && info.height == 240 && "h264".equals(info.videoCodec)
                 && "aac".equals(info.audioCodec) && Math.abs(info.duration - 60) < 0.2, "probed: " + info);
         try (Stream<Path> s = Files.list(media.settings().cacheFolder().resolve("metadata"))) {
             check(s.anyMatch(p -> p.toString().endsWith(".json")), "kept on disk");
@@ -270,13 +254,9 @@ final class MediaFfmpegTest extends Checks {
                 .resolve("gone.jpg"), "x");
         Files.setLastModifiedTime(old, FileTime.fromMillis(System.currentTimeMillis() - 100L * 86_400_000L));
         MediaServices again = services();
-        MediaInfo fromDisk = null;
-        for (int i = 0; i < 100 && fromDisk == null; i++, Thread.sleep(20))
-            fromDisk = again.metadata().cached(video, size, mtime);
-        check(fromDisk != null && fromDisk.width == 320, "read back from disk");
-        for (int i = 0; i < 100 && Files.exists(old); i++)
-            Thread.sleep(20);
-        check(!Files.exists(old), "an entry 100 days old pruned");
+        waitFor(() -> again.metadata().cached(video, size, mtime) != null, 2000, "read back from disk");
+        equal(320, again.metadata().cached(video, size, mtime).width, "width read back from disk");
+        waitFor(() -> !Files.exists(old), 2000, "an entry 100 days old pruned");
         Files.setLastModifiedTime(video, FileTime.fromMillis(mtime + 10_000));
         check(again.metadata().cached(video, size, mtime + 10_000) == null, "a changed file is not taken as known");
     }

@@ -10,7 +10,6 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.*;
 import java.util.*;
 import java.util.concurrent.TimeUnit;
-import java.util.function.BooleanSupplier;
 
 /**
  * The HTTP side of the server in-process: direct play against the file's bytes, the library
@@ -62,6 +61,10 @@ public final class MediaServerTest extends Checks {
         return r.headers().firstValue(name).orElse(null);
     }
 
+    static String text(String path) throws Exception {
+        return new String(send("GET", path).body(), StandardCharsets.UTF_8);
+    }
+
     static Map<String, Object> json(String path) throws Exception {
         HttpResponse<byte[]> r = send("GET", path);
         equal(200, r.statusCode(), "GET " + path);
@@ -75,9 +78,22 @@ public final class MediaServerTest extends Checks {
         return (List<Map<String, Object>>) doc.get(key);
     }
 
+    static List<Object> names(Map<String, Object> doc, String key) {
+        return list(doc, key).stream().map(m -> m.get("name")).toList();
+    }
+
+    static List<Map<String, Object>> sections() throws Exception {
+        return list(json("/api/library"), "sections");
+    }
+
     static Map<String, Object> named(List<Map<String, Object>> list, String name) {
         return list.stream().filter(m -> name.equals(m.get("name"))).findFirst()
                 .orElseThrow(() -> new AssertionError("no " + name + " in " + list.stream().map(m -> m.get("name")).toList()));
+    }
+
+    /** The document of the section shown under the given name. */
+    static Map<String, Object> section(String name) throws Exception {
+        return json("/api/sections/" + named(sections(), name).get("id"));
     }
 
     /** The raw status line's code for a request sent byte for byte as given (no client-side clean-up). */
@@ -101,39 +117,26 @@ public final class MediaServerTest extends Checks {
                 + "}";
     }
 
-    static void ffmpeg(Path out, String seconds) throws Exception {
-        Process p = new ProcessBuilder("ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                "testsrc=duration=" + seconds + ":size=160x120:rate=10", "-c:v", "libx264", "-pix_fmt", "yuv420p",
-                out.toString()).redirectErrorStream(true).start();
-        p.getInputStream().readAllBytes();
-        check(p.waitFor(30, TimeUnit.SECONDS) && p.exitValue() == 0 && Files.size(out) > 0, "ffmpeg made " + out);
+    static void video(Path out, String seconds) throws Exception {
+        ffmpeg("-f", "lavfi", "-i", "testsrc=duration=" + seconds + ":size=160x120:rate=10", "-c:v", "libx264",
+                "-pix_fmt", "yuv420p", out.toString());
     }
 
-    /** A shared folder with one real video and one large file of known bytes; returns the large file's id. */
-    static String sharedVideo(Path big) throws Exception {
+    /** A shared folder with one large file of known bytes; returns the file's id. */
+    static String sharedBigFile(Path big) throws Exception {
         if (!Files.exists(big)) {
             byte[] bytes = new byte[3 << 20];
             new Random(7).nextBytes(bytes);
-            Files.write(big, bytes);
+            Files.write(Files.createDirectories(big.getParent()).resolve(big.getFileName()), bytes);
         }
         writeFolders(entry("Direct", "DiskFolder", big.getParent()));
-        String[] id = new String[1];
-        waitFor(() -> {
-            try {
-                Map<String, Object> lib = json("/api/library");
-                Map<String, Object> section = named(list(lib, "sections"), "Direct");
-                id[0] = (String) named(list(json("/api/sections/" + section.get("id")), "items"), "big").get("id");
-                return true;
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "the file listed");
-        return id[0];
+        waitFor(() -> names(section("Direct"), "items").contains("big"), 5000, "the file listed");
+        return (String) named(list(section("Direct"), "items"), "big").get("id");
     }
 
     static void testDirectPlayRangesAndValidators() throws Exception {
-        Path big = Files.createDirectories(shared.resolve("direct")).resolve("big.mp4");
-        String id = sharedVideo(big);
+        Path big = shared.resolve("direct/big.mp4");
+        String id = sharedBigFile(big);
         byte[] file = Files.readAllBytes(big);
         String media = "/media/" + id;
 
@@ -188,8 +191,7 @@ public final class MediaServerTest extends Checks {
     }
 
     static void testPasswordOnEveryRoute() throws Exception {
-        Path big = shared.resolve("direct/big.mp4");
-        String id = sharedVideo(big);
+        String id = sharedBigFile(shared.resolve("direct/big.mp4"));
         ServerControl.setPasswordDigest(PasswordCheck.digest("p\u00e4ss"));
         String good = "Basic " + Base64.getEncoder().encodeToString("u:p\u00e4ss".getBytes(StandardCharsets.UTF_8));
         String bad = "Basic " + Base64.getEncoder().encodeToString("u:pass".getBytes(StandardCharsets.UTF_8));
@@ -222,24 +224,12 @@ public final class MediaServerTest extends Checks {
         Files.createSymbolicLink(dir.resolve("outdir"), outside);
         Files.writeString(dir.resolve("swapped.mp4"), "will become a link");
         writeFolders(entry("Safe", "DiskFolder", dir));
-        String[] section = new String[1];
-        waitFor(() -> {
-            try {
-                section[0] = (String) named(list(json("/api/library"), "sections"), "Safe").get("id");
-                return list(json("/api/sections/" + section[0]), "items").size() == 3;
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "the safe folder listed");
-        Map<String, Object> listing = json("/api/sections/" + section[0]);
-        List<String> names = new ArrayList<>();
-        for (Map<String, Object> item : list(listing, "items")) {
-            names.add((String) item.get("name"));
-            check(((String) item.get("id")).matches("[0-9a-f]{20}"), "opaque id");
-        }
-        equal(List.of("alias", "inside", "swapped"), names, "links out of the folder are not listed");
+        waitFor(() -> list(section("Safe"), "items").size() == 3, 5000, "the safe folder listed");
+        Map<String, Object> listing = section("Safe");
+        equal(List.of("alias", "inside", "swapped"), names(listing, "items"), "links out of the folder are not listed");
+        check(list(listing, "items").stream().allMatch(i -> ((String) i.get("id")).matches("[0-9a-f]{20}")), "opaque ids");
         check(list(listing, "folders").isEmpty(), "a linked folder is not entered");
-        String text = new String(send("GET", "/api/sections/" + section[0]).body(), StandardCharsets.UTF_8);
+        String text = text("/api/sections/" + listing.get("id"));
         check(!text.contains(dir.toString()) && !text.contains("outside"), "no paths in the API: " + text);
 
         String swapped = (String) named(list(listing, "items"), "swapped").get("id");
@@ -263,7 +253,7 @@ public final class MediaServerTest extends Checks {
 
     static void testLibraryWalkPlaylistsAndChanges() throws Exception {
         Path movies = Files.createDirectories(shared.resolve("movies"));
-        ffmpeg(movies.resolve("Clip One.mp4"), "1");
+        video(movies.resolve("Clip One.mp4"), "1");
         Files.copy(movies.resolve("Clip One.mp4"), Files.createDirectories(movies.resolve("deep/deeper")).resolve("b.mkv"));
         Files.writeString(movies.resolve("notes.txt"), "not a video");
         Files.createDirectories(movies.resolve("empty/also empty"));
@@ -276,24 +266,17 @@ public final class MediaServerTest extends Checks {
         Path converted = Files.createDirectories(app.resolve("Converted"));
         writeFolders(entry("Movies", "DiskFolder", movies), entry("Trip", "iTunesPlaylist", playlist));
 
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").stream().map(m -> m.get("name")).toList()
-                        .equals(List.of("Movies", "Trip", "Converted"));
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "three sections");
+        waitFor(() -> names(json("/api/library"), "sections").equals(List.of("Movies", "Trip", "Converted")), 5000,
+                "three sections in order");
         Map<String, Object> lib = json("/api/library");
         List<Map<String, Object>> sections = list(lib, "sections");
-        equal(List.of("Movies", "Trip", "Converted"), sections.stream().map(s -> s.get("name")).toList(), "section order");
         equal(List.of("folder", "playlist", "converted"), sections.stream().map(s -> s.get("kind")).toList(), "kinds");
         equal(List.of(2.0, 2.0, 0.0), sections.stream().map(s -> s.get("count")).toList(), "counts");
         check(lib.get("style") instanceof Map && ((Map<?, ?>) lib.get("style")).get("fontSize") instanceof Double, "style");
 
         Map<String, Object> top = json("/api/sections/" + sections.get(0).get("id"));
         equal(sections.get(0).get("id"), top.get("id"), "section document id");
-        equal(List.of("deep"), list(top, "folders").stream().map(f -> f.get("name")).toList(), "empty and hidden left out");
+        equal(List.of("deep"), names(top, "folders"), "empty and hidden left out");
         Map<String, Object> clip = named(list(top, "items"), "Clip One");
         equal(List.of("id", "name", "size", "duration", "width", "height", "videoCodec", "audioCodec", "directPlay",
                 "stream", "hls", "thumbnail", "subtitles"), new ArrayList<>(clip.keySet()), "item members");
@@ -305,38 +288,26 @@ public final class MediaServerTest extends Checks {
         equal(Boolean.TRUE, clip.get("directPlay"), "mp4 plays directly");
         String deep = (String) list(top, "folders").get(0).get("id");
         Map<String, Object> deepDoc = json("/api/sections/" + sections.get(0).get("id") + "/" + deep);
-        equal(List.of("deeper"), list(deepDoc, "folders").stream().map(f -> f.get("name")).toList(), "any depth");
+        equal(List.of("deeper"), names(deepDoc, "folders"), "any depth");
         String deeper = (String) list(deepDoc, "folders").get(0).get("id");
-        equal(List.of("b"), list(json("/api/sections/" + sections.get(0).get("id") + "/" + deeper), "items").stream()
-                .map(i -> i.get("name")).toList(), "video two levels down");
+        equal(List.of("b"), names(json("/api/sections/" + sections.get(0).get("id") + "/" + deeper), "items"),
+                "video two levels down");
         equal(404, send("GET", "/api/sections/" + sections.get(1).get("id") + "/" + deep).statusCode(),
                 "a folder only under its own section");
 
         Map<String, Object> trip = json("/api/sections/" + sections.get(1).get("id"));
-        equal(List.of("Clip One", "b"), list(trip, "items").stream().map(i -> i.get("name")).toList(),
+        equal(List.of("Clip One", "b"), names(trip, "items"),
                 "playlist tracks in order, relative and absolute, missing and non-video left out");
         equal(clipId, list(trip, "items").get(0).get("id"), "the same file has the same id everywhere");
         equal(206, send("GET", "/media/" + clipId, "Range", "bytes=0-1").statusCode(), "playlist track served");
 
         // Changes are picked up without a restart.
-        ffmpeg(converted.resolve("done.mp4"), "1");
+        video(converted.resolve("done.mp4"), "1");
         Files.copy(movies.resolve("Clip One.mp4"), movies.resolve("deep/new.mp4"));
-        waitFor(() -> {
-            try {
-                List<Map<String, Object>> s = list(json("/api/library"), "sections");
-                return s.get(0).get("count").equals(3.0) && s.get(2).get("count").equals(1.0);
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "new files counted");
+        waitFor(() -> sections().get(0).get("count").equals(3.0) && sections().get(2).get("count").equals(1.0), 5000,
+                "new files counted");
         Files.writeString(playlist, "../shared videos/movies/deep/new.mp4\n");
-        waitFor(() -> {
-            try {
-                return list(json("/api/sections/" + sections.get(1).get("id")), "items").get(0).get("name").equals("new");
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "the edited playlist");
+        waitFor(() -> names(section("Trip"), "items").equals(List.of("new")), 5000, "the edited playlist");
 
         // Ids survive a new scan from nothing (a restart).
         try (Library fresh = new Library(app)) {
@@ -349,64 +320,38 @@ public final class MediaServerTest extends Checks {
         byte[] broken = Arrays.copyOf(good, good.length);
         broken[good.length - 8] = (byte) 0xff;
         Files.write(app.resolve("folders.txt"), broken);
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").stream().map(s -> s.get("kind")).toList()
-                        .equals(List.of("converted"));
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "only the converted section");
-        check(!new String(send("GET", "/status").body(), StandardCharsets.UTF_8).contains("Movies"),
-                "the status page shows no folders either");
+        waitFor(() -> sections().stream().map(s -> s.get("kind")).toList().equals(List.of("converted")), 5000,
+                "only the converted section");
+        check(!text("/status").contains("Movies"), "the status page shows no folders either");
         // Saved as the controller saves: a new file renamed over the old one.
         Path saved = Files.write(app.resolve("folders.txt.Ab12Cd"), good);
         Files.move(saved, app.resolve("folders.txt"), StandardCopyOption.ATOMIC_MOVE, StandardCopyOption.REPLACE_EXISTING);
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").size() == 3;
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "sections back after a rename-style save");
+        waitFor(() -> sections().size() == 3, 5000, "sections back after a rename-style save");
 
         // A folder renamed in the file (escapes in the name) keeps its section and id, with the new name.
         String renamed = "Films \"HD\" \u00e9t\u00e9\\n";
         writeFolders(entry(renamed, "DiskFolder", movies), entry("Trip", "iTunesPlaylist", playlist));
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").get(0).get("name").equals(renamed);
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "the new name shown");
-        equal(sections.get(0).get("id"), list(json("/api/library"), "sections").get(0).get("id"), "same section id");
+        waitFor(() -> sections().get(0).get("name").equals(renamed), 5000, "the new name shown");
+        equal(sections.get(0).get("id"), sections().get(0).get("id"), "same section id");
     }
 
     /** The media routes answer through the media services: metadata filled in later, HLS, thumbnail, WebVTT, 503. */
     static void testMediaRoutes() throws Exception {
         Path dir = Files.createDirectories(shared.resolve("routes"));
         for (String name : new String[] {"a", "b", "c"})
-            ffmpeg(dir.resolve(name + ".mkv"), "2");
+            video(dir.resolve(name + ".mkv"), "2");
         Files.writeString(dir.resolve("a.srt"), "1\n00:00:00,500 --> 00:00:01,500\nHello\n", StandardCharsets.UTF_8);
         ServerControl.setConverterFFMpegPath("/usr/bin/ffmpeg");
         writeFolders(entry("Routes", "DiskFolder", dir));
+        waitFor(() -> list(section("Routes"), "items").stream().allMatch(i -> i.get("duration") != null)
+                && list(section("Routes"), "items").size() == 3, 15000, "metadata probed in the background");
         Map<String, String> ids = new HashMap<>();
-        Map<String, Object>[] a = new Map[1];
-        waitFor(() -> {
-            try {
-                String section = (String) named(list(json("/api/library"), "sections"), "Routes").get("id");
-                for (Map<String, Object> item : list(json("/api/sections/" + section), "items"))
-                    ids.put((String) item.get("name"), (String) item.get("id"));
-                a[0] = named(list(json("/api/sections/" + section), "items"), "a");
-                return ids.size() == 3 && a[0].get("duration") != null;
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 15000, "metadata probed in the background");
-        equal(160.0, a[0].get("width"), "width from ffprobe");
-        equal("h264", a[0].get("videoCodec"), "codec from ffprobe");
-        List<Map<String, Object>> subs = list(a[0], "subtitles");
+        for (Map<String, Object> item : list(section("Routes"), "items"))
+            ids.put((String) item.get("name"), (String) item.get("id"));
+        Map<String, Object> a = named(list(section("Routes"), "items"), "a");
+        equal(160.0, a.get("width"), "width from ffprobe");
+        equal("h264", a.get("videoCodec"), "codec from ffprobe");
+        List<Map<String, Object>> subs = list(a, "subtitles");
         equal(1, subs.size(), "the sidecar listed");
         equal("/subtitles/" + ids.get("a") + "/0.vtt", subs.get(0).get("url"), "subtitle url");
 
@@ -447,21 +392,14 @@ public final class MediaServerTest extends Checks {
         for (int i = 0; i < entries.length; i++)
             entries[i] = entry("Entry " + i + ";", "DiskFolder", shared.resolve("missing " + i));
         writeFolders(entries);
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").stream().filter(s -> s.get("kind").equals("folder"))
-                        .count() == 450;
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "450 sections in the API");
-        String first = new String(send("GET", "/status").body(), StandardCharsets.UTF_8);
+        waitFor(() -> sections().stream().filter(s -> s.get("kind").equals("folder")).count() == 450, 5000,
+                "450 sections in the API");
+        String first = text("/status");
         check(first.contains("1&ndash;200 of 450") && first.contains("Entry 199;") && !first.contains("Entry 200;")
                 && first.contains("/status?page=1"), "first page of 200: " + first.length());
-        String last = new String(send("GET", "/status?page=2").body(), StandardCharsets.UTF_8);
+        String last = text("/status?page=2");
         check(last.contains("Entry 449;") && !last.contains("Entry 399;") && last.contains("Page 3 of 3"), "last page");
-        check(new String(send("GET", "/status?page=99").body(), StandardCharsets.UTF_8).contains("Entry 449;"),
-                "a page past the end shows the last");
+        check(text("/status?page=99").contains("Entry 449;"), "a page past the end shows the last");
         writeFolders();
     }
 
@@ -472,27 +410,12 @@ public final class MediaServerTest extends Checks {
         Files.writeString(Files.createDirectories(shared.resolve("lists")).resolve("Caf\u00e9.mp4"), "x");
         Files.write(list, "Caf\u00e9.mp4\n".getBytes(StandardCharsets.ISO_8859_1));
         writeFolders(entry("Late", "DiskFolder", late), entry("Old", "iTunesPlaylist", list));
-        waitFor(() -> {
-            try {
-                return list(json("/api/library"), "sections").stream().map(m -> m.get("name")).toList()
-                        .containsAll(List.of("Late", "Old"));
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 5000, "both sections");
-        List<Map<String, Object>> sections = list(json("/api/library"), "sections");
-        equal(0.0, named(sections, "Late").get("count"), "nothing there yet");
-        equal(List.of("Caf\u00e9"), list(json("/api/sections/" + named(sections, "Old").get("id")), "items").stream()
-                .map(i -> i.get("name")).toList(), "a Latin-1 playlist entry");
+        waitFor(() -> names(json("/api/library"), "sections").containsAll(List.of("Late", "Old")), 5000, "both sections");
+        equal(0.0, named(sections(), "Late").get("count"), "nothing there yet");
+        equal(List.of("Caf\u00e9"), names(section("Old"), "items"), "a Latin-1 playlist entry");
         Files.createDirectories(late);
         Files.writeString(late.resolve("v.webm"), "x");
-        waitFor(() -> {
-            try {
-                return named(list(json("/api/library"), "sections"), "Late").get("count").equals(1.0);
-            } catch (Throwable e) {
-                return false;
-            }
-        }, 8000, "the folder made after sharing it");
+        waitFor(() -> named(sections(), "Late").get("count").equals(1.0), 8000, "the folder made after sharing it");
     }
 
     static void testSilentAndSlowClientsBlockNobody() throws Exception {

@@ -65,16 +65,13 @@ public final class MediaTest extends Checks {
             String javaCommand = ProcessHandle.current().info().command().orElse("java");
             Process jvm = new ProcessBuilder(javaCommand, "-cp", System.getProperty("java.class.path"), "MediaTest",
                     "leave-a-child", pidFile.toString(), how).inheritIO().start();
-            for (int i = 0; i < 1500 && !Files.exists(pidFile); i++)
-                Thread.sleep(20);
+            waitFor(() -> Files.exists(pidFile), 30000, "the child's pid");
             if (how.equals("wait"))
                 jvm.destroyForcibly();
             check(jvm.waitFor(30, java.util.concurrent.TimeUnit.SECONDS), "helper JVM ended (" + how + ")");
             long pid = Long.parseLong(Files.readString(pidFile).trim());
-            java.util.Optional<ProcessHandle> child = ProcessHandle.of(pid);
-            for (int i = 0; i < 100 && child.isPresent() && child.get().isAlive(); i++)
-                Thread.sleep(20);
-            check(child.isEmpty() || !child.get().isAlive(), "the child ended with its JVM (" + how + ")");
+            waitFor(() -> !ProcessHandle.of(pid).map(ProcessHandle::isAlive).orElse(false), 2000,
+                    "the child to end with its JVM (" + how + ")");
         }
     }
 
@@ -231,28 +228,33 @@ public final class MediaTest extends Checks {
 
     static void testControllerSettingsReachTheMediaSide() throws Exception {
         MediaSettings s = ServerCore.get().media().settings();
+        equal("UTF-8", ServerControl.getDefaultCharset(), "default charset");
         ServerControl.setConverterMaxWidth(640);
         ServerControl.setConverterMaxHeight(360);
         ServerControl.setConverterFFMpegPath("/usr/bin/ffmpeg");
-        ServerControl.setDefaultCharset("windows-1252");
-        ServerControl.setDefaultCharset("no-such-charset");
+        // Unknown, malformed and missing values are refused, keeping the last good one.
+        for (String charset : new String[] {"windows-1252", "no-such-charset", "bad name!", null})
+            ServerControl.setDefaultCharset(charset);
         ServerControl.setPreferredLanguages(new String[] {"French", "", null, "German"});
         ServerControl.setDisableEmbeddedSubtitlesIfNoLanguageMatches(true);
         ServerControl.setFontFamilyName("Serif");
+        ServerControl.setFontFamilyName("");
         ServerControl.setFontSize(40);
         ServerControl.setFontSize(0);
         check(s.maxWidth() == 640 && s.maxHeight() == 360 && s.ffmpegPath().equals("/usr/bin/ffmpeg"), "converter");
         check(s.defaultCharset().equals("windows-1252") && s.preferredLanguages().equals(Arrays.asList("French", "German"))
                 && s.disableEmbeddedSubtitles() && s.fontFamily().equals("Serif") && s.fontSize() == 40, "subtitles");
         check(ServerControl.getFontSize() == 40 && ServerControl.getDefaultCharset().equals("windows-1252")
+                && ServerControl.getFontFamilyName().equals("Serif")
                 && Arrays.equals(ServerControl.getPreferredLanguages(), new String[] {"French", "German"}), "getters");
         equal("/usr/bin/ffprobe", s.ffprobePath(), "ffprobe beside ffmpeg");
+        ServerControl.setPreferredLanguages(null);
+        equal(0, ServerControl.getPreferredLanguages().length, "no preferred languages");
 
         Path conf = temp.resolve("QuillonServer.conf");
         s.setControllerSettingsFile(conf);
         equal("X264", s.codec(), "no settings file");
         Files.writeString(conf, "ConverterMaximalWidth=int:640\nConverterCodec=string:MPEG4\n");
         equal("MPEG4", s.codec(), "codec stored by the controller");
-        equal(temp.resolve("cache"), s.cacheFolder(), "cache folder from the property");
     }
 }
