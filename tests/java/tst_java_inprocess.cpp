@@ -114,8 +114,6 @@ void TestJavaInProcess::serverRunsAndCallsBackThroughTheNatives()
     QTRY_VERIFY(g_testResults > 0);
     QVERIFY(g_lastTestPassed);
 
-    jobject list = m_env->CallStaticObjectMethod(m_control, control("getAvailableEncodings", "()Ljava/util/List;"));
-    QVERIFY(m_env->CallIntMethod(list, m_env->GetMethodID(m_env->FindClass("java/util/List"), "size", "()I")) > 10);
     m_env->CallStaticVoidMethod(m_control, control("stopServer", "()V"));
     QVERIFY(!m_env->CallStaticBooleanMethod(m_control, control("serverRunning", "()Z")));
     QVERIFY(!m_env->ExceptionCheck());

@@ -1,23 +1,14 @@
-import com.brookfen.quillon.media.LiveConversions;
-import com.brookfen.quillon.media.MediaInfo;
-import com.brookfen.quillon.media.MediaServices;
-import com.brookfen.quillon.media.MediaSettings;
+import com.brookfen.quillon.media.*;
 import com.brookfen.quillon.server.Json;
 import com.brookfen.quillon.server.LogBook;
 import com.brookfen.quillon.subtitles.SubtitleTrack;
 import java.awt.image.BufferedImage;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
-import java.nio.file.NoSuchFileException;
-import java.nio.file.Path;
+import java.nio.file.*;
 import java.nio.file.attribute.FileTime;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.List;
-import java.util.Map;
-import java.util.stream.Collectors;
-import java.util.stream.Stream;
+import java.util.*;
+import java.util.stream.*;
 import javax.imageio.ImageIO;
 
 /** The media side with the real ffmpeg, on small videos made here from ffmpeg's test sources. */

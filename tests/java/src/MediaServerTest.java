@@ -1,12 +1,12 @@
 import com.brookfen.quillon.common.control.ServerControl;
 import com.brookfen.quillon.library.Library;
 import com.brookfen.quillon.server.Json;
-import com.brookfen.quillon.server.PasswordCheck;
 import java.io.*;
 import java.lang.reflect.*;
 import java.net.*;
 import java.net.http.*;
 import java.nio.charset.StandardCharsets;
+import java.security.MessageDigest;
 import java.nio.file.*;
 import java.util.*;
 import java.util.concurrent.TimeUnit;
@@ -33,11 +33,7 @@ public final class MediaServerTest extends Checks {
         ServerControl.setDefaultPort(0);
         Runtime.getRuntime().addShutdownHook(new Thread(() -> {
             ServerControl.quit();
-            try {
-                deleteTree(root);
-            } catch (java.io.IOException ignored) {
-                // a temporary folder left behind
-            }
+            deleteTree(root);
         }));
         runTests(() -> {
             port = ServerControl.startServer();
@@ -190,11 +186,19 @@ public final class MediaServerTest extends Checks {
         Files.write(big, file);
     }
 
+    static String basic(String user, String password) {
+        return "Basic " + Base64.getEncoder().encodeToString((user + ":" + password).getBytes(StandardCharsets.UTF_8));
+    }
+
+    static String sha1Hex(String text) throws Exception {
+        byte[] digest = MessageDigest.getInstance("SHA-1").digest(text.getBytes(StandardCharsets.UTF_8));
+        return HexFormat.of().withUpperCase().formatHex(digest);
+    }
+
     static void testPasswordOnEveryRoute() throws Exception {
         String id = sharedBigFile(shared.resolve("direct/big.mp4"));
-        ServerControl.setPasswordDigest(PasswordCheck.digest("p\u00e4ss"));
-        String good = "Basic " + Base64.getEncoder().encodeToString("u:p\u00e4ss".getBytes(StandardCharsets.UTF_8));
-        String bad = "Basic " + Base64.getEncoder().encodeToString("u:pass".getBytes(StandardCharsets.UTF_8));
+        ServerControl.setPasswordDigest(sha1Hex("Q#48p\u00e4ss:x&5m"));
+        String good = basic("anyone", "p\u00e4ss:x"), bad = basic("u", "pass:x");
         for (String route : ROUTES) {
             String path = String.format(route, id);
             for (String method : new String[] {"GET", "HEAD"}) {
@@ -213,6 +217,13 @@ public final class MediaServerTest extends Checks {
         }
         equal(401, send("POST", "/").statusCode(), "POST / without a password");
         equal(401, send("GET", "/nothing.js").statusCode(), "an unknown file without a password");
+        // An empty password has the unsalted digest of nothing; no digest asks for none.
+        ServerControl.setPasswordDigest(sha1Hex(""));
+        equal(200, send("GET", "/status", "Authorization", basic("me", "")).statusCode(), "empty password");
+        equal(401, send("GET", "/status", "Authorization", basic("me", "x")).statusCode(), "a password against none");
+        ServerControl.setPasswordDigest(null);
+        equal(200, send("GET", "/status").statusCode(), "no digest, no password");
+        equal("", ServerControl.getPasswordDigest(), "null digest reads as none");
     }
 
     static void testPathsNeverLeaveTheSharedFolders() throws Exception {

@@ -8,7 +8,6 @@ import java.net.*;
 import java.net.Proxy;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.*;
-import java.security.MessageDigest;
 import java.text.Collator;
 import java.util.*;
 import java.util.concurrent.*;
@@ -30,16 +29,13 @@ public final class QuillonServerTest extends Checks {
     }
 
 
-    /** The status of a GET (with Basic credentials when a password is given); its body goes to lastBody. */
+    /** The status of a GET; its body goes to lastBody. */
     static String lastBody;
 
-    static int get(int port, String path, String user, String password) throws IOException {
+    static int get(int port, String path) throws IOException {
         HttpURLConnection c = (HttpURLConnection) new URL("http", "127.0.0.1", port, path).openConnection(Proxy.NO_PROXY);
         c.setConnectTimeout(3000);
         c.setReadTimeout(3000);
-        if (password != null)
-            c.setRequestProperty("Authorization", "Basic "
-                    + Base64.getEncoder().encodeToString((user + ":" + password).getBytes(StandardCharsets.UTF_8)));
         int status = c.getResponseCode();
         try (InputStream in = status < 400 ? c.getInputStream() : c.getErrorStream()) {
             lastBody = in == null ? "" : new String(in.readAllBytes(), StandardCharsets.UTF_8);
@@ -50,18 +46,13 @@ public final class QuillonServerTest extends Checks {
 
     static boolean refuses(int port) {
         try {
-            get(port, "/", null, null);
+            get(port, "/");
         } catch (ConnectException e) {
             return true;
         } catch (IOException e) {
             // answered, however badly
         }
         return false;
-    }
-
-    static String sha1Hex(String text) throws Exception {
-        byte[] digest = MessageDigest.getInstance("SHA-1").digest(text.getBytes(StandardCharsets.UTF_8));
-        return HexFormat.of().withUpperCase().formatHex(digest);
     }
 
     static void write(Path file, String text) throws IOException {
@@ -84,12 +75,12 @@ public final class QuillonServerTest extends Checks {
         check(port > 0 && ServerControl.serverRunning(), "start returns the bound port, got " + port);
         equal(port, ServerControl.startServer(), "a second start keeps the port");
 
-        equal(200, get(port, "/status", null, null), "status page");
+        equal(200, get(port, "/status"), "status page");
         check(lastBody.contains("/api/library"), "status page links to the API");
         check(lastBody.contains("running on port " + port) && lastBody.contains("Box &amp; &quot;Co&quot;")
                 && lastBody.contains("Movies &lt;HD&gt;") && lastBody.contains("/srv/movies")
                 && lastBody.contains("Road trip (playlist)"), "page shows port, escaped name and folders: " + lastBody);
-        equal(404, get(port, "/nothing-here", null, null), "unknown path");
+        equal(404, get(port, "/nothing-here"), "unknown path");
 
         ServerControl.stopServer();
         ServerControl.stopServer(); // a second stop is harmless
@@ -117,29 +108,15 @@ public final class QuillonServerTest extends Checks {
             }
             ServerControl.setDefaultPort(p2);
             equal(p2, ServerControl.getServerPort(), "moved to the new port");
-            equal(200, get(p2, "/", null, null), "answers on the new port");
+            equal(200, get(p2, "/"), "answers on the new port");
             check(p1 > 0 && refuses(p1), "old port closed");
             ServerControl.setDefaultPort(taken.getLocalPort());
             equal(p2, ServerControl.getServerPort(), "kept the port when the new one is taken");
-            equal(200, get(p2, "/", null, null), "still answers");
+            equal(200, get(p2, "/"), "still answers");
         }
         for (int port : new int[] {4242, -1, 65536})
             ServerControl.setDefaultPort(port);
         equal(4242, ServerControl.getDefaultPort(), "out-of-range ports refused");
-    }
-
-    static void testPasswordDigest() throws Exception {
-        ServerControl.setDefaultPort(0);
-        int port = ServerControl.startServer();
-        ServerControl.setPasswordDigest(sha1Hex("Q#48s3cr\u00e9t:x&5m"));
-        equal(200, get(port, "/status", "anyone", "s3cr\u00e9t:x"), "right password, any user name");
-        // An empty password has the unsalted digest of nothing.
-        ServerControl.setPasswordDigest(sha1Hex(""));
-        equal(200, get(port, "/status", "me", ""), "empty password");
-        equal(401, get(port, "/status", "me", "x"), "non-empty password against the empty one");
-        ServerControl.setPasswordDigest(null);
-        equal(200, get(port, "/status", null, null), "no digest, no password");
-        equal("", ServerControl.getPasswordDigest(), "null digest reads as none");
     }
 
     static void testLogsKeptClearedAndBounded() {
@@ -361,7 +338,7 @@ public final class QuillonServerTest extends Checks {
         try {
             String line = new BufferedReader(new InputStreamReader(server.getInputStream(), StandardCharsets.UTF_8)).readLine();
             check(line != null && line.matches("Server started on: \\d+"), "start line: " + line);
-            equal(200, get(Integer.parseInt(line.substring(19)), "/", null, null), "stand-alone server answers");
+            equal(200, get(Integer.parseInt(line.substring(19)), "/"), "stand-alone server answers");
             check(server.isAlive(), "stand-alone server keeps running");
         } finally {
             server.destroyForcibly().waitFor(10, TimeUnit.SECONDS);
