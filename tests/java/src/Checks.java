@@ -62,6 +62,18 @@ class Checks {
         check(Objects.equals(expected, actual), what + ": expected <" + expected + "> but was <" + actual + ">");
     }
 
+    /** Runs the step, which must throw the given type; returns what it threw. */
+    static <T extends Throwable> T thrown(Class<T> type, Step step, String what) {
+        try {
+            step.run();
+        } catch (Throwable e) {
+            if (type.isInstance(e))
+                return type.cast(e);
+            throw new AssertionError(what + ": " + e, e);
+        }
+        throw new AssertionError(what + ": no " + type.getSimpleName());
+    }
+
     interface Condition {
         boolean holds() throws Exception;
     }

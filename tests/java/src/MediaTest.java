@@ -86,28 +86,17 @@ public final class MediaTest extends Checks {
         byte[] cp1252 = text.getBytes(Charset.forName("windows-1252"));
         equal(text, WebVtt.decode(cp1252, "windows-1252"), "not UTF-8: the default charset");
         equal("D\u00e9j\u00e0 vu \u0080", WebVtt.decode(cp1252, "ISO-8859-1"), "another default, another text");
-        equal(text, WebVtt.decode(text.getBytes(StandardCharsets.UTF_8), "ISO-8859-1"), "valid UTF-8 wins");
-        byte[] bom = concat(new byte[] {(byte) 0xEF, (byte) 0xBB, (byte) 0xBF}, text.getBytes(StandardCharsets.UTF_8));
-        equal(text, WebVtt.decode(bom, "ISO-8859-1"), "UTF-8 with its mark");
-        byte[] le = concat(new byte[] {(byte) 0xFF, (byte) 0xFE}, text.getBytes(StandardCharsets.UTF_16LE));
-        equal(text, WebVtt.decode(le, "ISO-8859-1"), "UTF-16LE by its mark");
-        byte[] be = concat(new byte[] {(byte) 0xFE, (byte) 0xFF}, text.getBytes(StandardCharsets.UTF_16BE));
-        equal(text, WebVtt.decode(be, "ISO-8859-1"), "UTF-16BE by its mark");
+        // Valid UTF-8 and byte order marks win over the default.
+        Object[][] unicode = {{"", StandardCharsets.UTF_8}, {"\uFEFF", StandardCharsets.UTF_8},
+                {"\uFEFF", StandardCharsets.UTF_16LE}, {"\uFEFF", StandardCharsets.UTF_16BE}};
+        for (Object[] u : unicode)
+            equal(text, WebVtt.decode((u[0] + text).getBytes((Charset) u[1]), "ISO-8859-1"), u[1] + " with mark " + u[0]);
         equal("caf\u00e9", WebVtt.decode("caf\u00e9".getBytes(StandardCharsets.ISO_8859_1), "no-such-charset"),
                 "an unknown default falls back to Latin-1");
     }
 
-    static byte[] concat(byte[] a, byte[] b) {
-        byte[] out = Arrays.copyOf(a, a.length + b.length);
-        System.arraycopy(b, 0, out, a.length, b.length);
-        return out;
-    }
-
     static List<String> labels(List<SubtitleTrack> tracks) {
-        List<String> out = new ArrayList<>();
-        for (SubtitleTrack t : tracks)
-            out.add(t.label() + (t.embedded() ? "*" : ""));
-        return out;
+        return tracks.stream().map(t -> t.label() + (t.embedded() ? "*" : "")).toList();
     }
 
     static void testLanguageOrderAndEmbeddedRule() throws Exception {
@@ -128,10 +117,8 @@ public final class MediaTest extends Checks {
         equal(Arrays.asList("French", "French (forced)", "German", "English", "Subtitles (extra cut)", "Portuguese",
                 "Subtitles", "Commentary*", "Spanish*", "Embedded 3*"),
                 labels(media.subtitles().tracks(video, info)), "French, then German, then the rest in their order");
-        List<Boolean> marks = new ArrayList<>();
-        for (SubtitleTrack t : media.subtitles().tracks(video, info))
-            marks.add(media.subtitles().preferred(t));
-        equal(Arrays.asList(true, true, true, false, false, false, false, false, false, false), marks,
+        equal(List.of(true, true, true, false, false, false, false, false, false, false),
+                media.subtitles().tracks(video, info).stream().map(media.subtitles()::preferred).toList(),
                 "tracks in a preferred language marked for the web player");
 
         s.setPreferredLanguages("Spanish", "English");
