@@ -1,12 +1,6 @@
-import java.lang.reflect.InvocationTargetException;
-import java.lang.reflect.Method;
-import java.nio.file.Files;
-import java.nio.file.Path;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.Comparator;
-import java.util.List;
-import java.util.Objects;
+import java.lang.reflect.*;
+import java.nio.file.*;
+import java.util.*;
 import java.util.concurrent.TimeUnit;
 
 /**
@@ -30,8 +24,7 @@ class Checks {
                 continue;
             long start = System.nanoTime();
             try {
-                if (before != null)
-                    before.run();
+                before.run();
                 m.invoke(null);
                 System.out.printf("PASS %s (%d ms)%n", m.getName(), (System.nanoTime() - start) / 1_000_000);
             } catch (Throwable e) {
@@ -41,8 +34,7 @@ class Checks {
                 cause.printStackTrace(System.out);
             } finally {
                 try {
-                    if (after != null)
-                        after.run();
+                    after.run();
                 } catch (Exception e) {
                     failures++;
                     System.out.println("FAIL clean-up after " + m.getName() + ": " + e);

@@ -25,13 +25,9 @@ public final class MediaTest extends Checks {
             MediaFfmpegTest.cleanUp();
             deleteTree(temp);
         }));
-        runTests(null, null, MediaTest.class, MediaFfmpegTest.class);
+        runTests(() -> { }, () -> { }, MediaTest.class, MediaFfmpegTest.class);
     }
 
-
-    static MediaServices services() {
-        return new MediaServices(new LogBook(LogBook.DEFAULT_LIMIT));
-    }
 
     /** Starts a long child through the owner, tells its pid, and exits without ending it. */
     static void leaveAChild(Path pidFile, boolean waitToBeKilled) throws Exception {
@@ -100,7 +96,7 @@ public final class MediaTest extends Checks {
     }
 
     static void testLanguageOrderAndEmbeddedRule() throws Exception {
-        MediaServices media = services();
+        MediaServices media = MediaFfmpegTest.services();
         MediaSettings s = media.settings();
         Path dir = Files.createDirectories(temp.resolve("order"));
         Path video = Files.write(dir.resolve("film.mp4"), new byte[0]);

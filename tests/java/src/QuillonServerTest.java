@@ -21,7 +21,7 @@ public final class QuillonServerTest extends Checks {
     public static void main(String[] args) throws Exception {
         appFolder = Files.createTempDirectory("quillon-server-test");
         ServerControl.init(appFolder.toString());
-        runTests(null, () -> {
+        runTests(() -> { }, () -> {
             ServerControl.setPasswordDigest("");
             ServerControl.stopServer();
         }, QuillonServerTest.class);
@@ -212,7 +212,8 @@ public final class QuillonServerTest extends Checks {
 
         // A video dropped into a new sub-folder is queued at once, not at a periodic rescan.
         write(videos.resolve("later").resolve("c.mkv"), "x");
-        waitFor(() -> ServerControl.getConverterQueueAsJSON().contains("\"c.mkv\""), 4000, "the dropped file queued");
+        waitFor(() -> ServerControl.getConverterQueueAsJSON().contains("\"c.mkv\"}, \"conversionState\": {\"percentDone\": 50"),
+                4000, "the dropped file converting");
         ServerControl.converterResetQueue();
         waitFor(() -> IDLE_QUEUE.equals(ServerControl.getConverterQueueAsJSON()), 5000, "the queue to empty again");
         converterEnds(pidFile);
