@@ -59,12 +59,11 @@ private slots:
                              entry("en2", true, 16, true, false), entry("enx0", true, 17), entry("xen0", true, 18)};
         QCOMPARE(LocalIP::addressesOf(list), (QStringList{"192.168.1.10", "192.168.1.17"}));
 
-        // The system's list: the loopback is there, up and running, and never taken.
+        // The system's list: the loopback is there, up and running.
         const QList<If> system = LocalIP::interfaces();
         QVERIFY(std::any_of(system.cbegin(), system.cend(), [](const If &i) {
             return i.name == QLatin1String("lo") && i.ipv4 && i.up && i.running && i.address[0] == 127;
         }));
-        QVERIFY(!LocalIP::localIPs().contains(QStringLiteral("127.0.0.1")));
     }
 
     // With no runtime to start, the facade is still a settings store, and
@@ -76,10 +75,8 @@ private slots:
         LogCapture log;
         Server *server = Server::instance();
         QVERIFY(server && !JNIServer::instance()->isAvailable() && log.contains(QStringLiteral("Missing file")));
-        QSignalSpy running(server, &Server::runningChanged);
         QSignalSpy announced(server, &Server::requestedStartFailed);
         server->setRunning(true);
-        QCOMPARE(running.count(), 1);
         QVERIFY2(server->startFailure().startsWith("The server cannot run: Missing file: " + empty.path()),
                  qPrintable(server->startFailure()));
         QCOMPARE(announced.count(), 1);
