@@ -5,13 +5,14 @@
 #include "platform/SystemLog.h"
 
 #include <QFile>
-#include <QProcess>
+#include <QTemporaryFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <climits>
 #include <csignal>
 #include <sys/resource.h>
+#include <unistd.h>
 
 static bool writeFile(const QString &path, const QByteArray &bytes)
 {
@@ -19,29 +20,12 @@ static bool writeFile(const QString &path, const QByteArray &bytes)
     return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
 }
 
-// A child run of this test executable reads the standard store, so that
-// values are seen to cross a process boundary.
-static int childMain()
-{
-    Defaults &d = Defaults::standard();
-    QTextStream out(stdout);
-    for (const char *key : {"aBool", "falseBool", "anInt", "aNumber", "aString", "digits", "Window Frame=Main", "absent"}) {
-        const QVariant v = d.objectForKey(QString::fromLatin1(key));
-        out << key << '|' << (v.isValid() ? v.metaType().name() : "absent") << '|'
-            << (v.typeId() == QMetaType::QByteArray ? v.toByteArray().toHex() : v.toString().toUtf8()).toPercentEncoding()
-            << '\n';
-    }
-    out.flush();
-    systemLog(QStringLiteral("Stopping server é"));
-    return 0;
-}
-
 class TestPlatform : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void defaultsKeepTypesAcrossProcesses();
+    void defaultsKeepTypesOnDisk();
     void defaultsAbsentAndConversions();
     void defaultsKeepLinesTheyCannotRead();
     void defaultsReportFailedSaves();
@@ -49,10 +33,13 @@ private slots:
     void resourcesAndInfo();
 };
 
-void TestPlatform::defaultsKeepTypesAcrossProcesses()
+// The values come back from a copy of the file, so that no cache of this
+// process answers; the program reads the standard file written by others in
+// the install and web player tests.
+void TestPlatform::defaultsKeepTypesOnDisk()
 {
-    QTemporaryDir home;
-    Defaults d(home.path() + QStringLiteral("/Quillon/QuillonServer.conf"));
+    QTemporaryDir dir;
+    Defaults d(dir.filePath(QStringLiteral("written.conf")));
     d.setBool(true, QStringLiteral("aBool"));
     d.setBool(false, QStringLiteral("falseBool"));
     d.setInteger(-7, QStringLiteral("anInt"));
@@ -60,18 +47,28 @@ void TestPlatform::defaultsKeepTypesAcrossProcesses()
     d.setString(QStringLiteral("multi\nline \\ = é 🎬"), QStringLiteral("aString"));
     d.setString(QStringLiteral("45631"), QStringLiteral("digits"));
     d.setObject(QByteArray("\x00\x01geo", 5), QStringLiteral("Window Frame=Main"));
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
-    p.setProcessEnvironment(env);
-    p.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--child")});
-    QVERIFY(p.waitForFinished(20000));
-    QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts),
-             QStringList({"aBool|bool|true", "falseBool|bool|false", "anInt|qlonglong|-7", "aNumber|double|0.1",
-                          "aString|QString|multi%0Aline%20%5C%20%3D%20%C3%A9%20%F0%9F%8E%AC", "digits|QString|45631",
-                          "Window Frame=Main|QByteArray|000167656f", "absent|absent|"}));
-    // The system log is one plain line on standard error.
-    QCOMPARE(p.readAllStandardError(), QByteArray("Stopping server \xc3\xa9\n"));
+    QVERIFY(QFile::copy(d.fileName(), dir.filePath(QStringLiteral("copy.conf"))));
+    Defaults copy(dir.filePath(QStringLiteral("copy.conf")));
+    QStringList read;
+    for (const char *key : {"aBool", "falseBool", "anInt", "aNumber", "aString", "digits", "Window Frame=Main", "absent"}) {
+        const QVariant v = copy.objectForKey(QString::fromLatin1(key));
+        read << QStringLiteral("%1|%2|%3").arg(QLatin1String(key), QLatin1String(v.isValid() ? v.metaType().name() : "absent"),
+                                               v.typeId() == QMetaType::QByteArray ? v.toByteArray().toHex() : v.toString());
+    }
+    QCOMPARE(read, QStringList({"aBool|bool|true", "falseBool|bool|false", "anInt|qlonglong|-7", "aNumber|double|0.1",
+                                "aString|QString|multi\nline \\ = é 🎬", "digits|QString|45631",
+                                "Window Frame=Main|QByteArray|000167656f", "absent|absent|"}));
+
+    // The system log is one plain UTF-8 line on standard error.
+    QTemporaryFile err;
+    QVERIFY(err.open());
+    const int standardError = ::dup(2);
+    ::dup2(err.handle(), 2);
+    systemLog(QStringLiteral("Stopping server é"));
+    ::dup2(standardError, 2);
+    ::close(standardError);
+    QVERIFY(err.seek(0)); // the descriptor's offset moved with the write
+    QCOMPARE(err.readAll(), QByteArray("Stopping server \xc3\xa9\n"));
 }
 
 void TestPlatform::defaultsAbsentAndConversions()
@@ -201,13 +198,5 @@ void TestPlatform::resourcesAndInfo()
     QVERIFY(!Info::value(QStringLiteral("CFBundleVersion")).isEmpty());
 }
 
-int main(int argc, char *argv[])
-{
-    QCoreApplication app(argc, argv);
-    if (argc == 2 && qstrcmp(argv[1], "--child") == 0)
-        return childMain();
-    TestPlatform test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(TestPlatform)
 #include "tst_platform.moc"
