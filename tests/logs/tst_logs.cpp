@@ -5,12 +5,10 @@
 #include "logs/LogsController.h"
 
 #include <QComboBox>
+#include <QLayout>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTemporaryDir>
-#include <QTextBlock>
-#include <QTextLayout>
-#include <QVBoxLayout>
 #include <QtTest>
 
 class TestLogs : public QObject
@@ -25,11 +23,9 @@ class TestLogs : public QObject
     QString shown() const { return m_controller->textView()->toPlainText(); }
     static void scriptLog(const QString &id, const QString &text) { BridgeFixture::script("return.getLog." + id, text); }
 
-    void makePage(bool withLayout = true)
+    void makePage()
     {
         m_content = new QWidget;
-        if (withLayout)
-            new QVBoxLayout(m_content);
         m_controller = new LogsController(m_content);
         m_controller->awakeFromNib();
     }
@@ -65,7 +61,7 @@ private slots:
         scriptLog("thumbnail", "");
         scriptLog("remote", QString());
         scriptLog("subtitles", "subs \u00e9\U0001F600");
-        const QStringList calls = callsDuring([&] { makePage(false); });
+        const QStringList calls = callsDuring([&] { makePage(); });
         QCOMPARE(calls, QStringList{"getLog(live-conversion)"});
         QVERIFY(m_content->layout()->indexOf(m_controller->page()) >= 0);
         QCOMPARE(shown(), QStringLiteral("live text"));
@@ -122,8 +118,7 @@ private slots:
     // cells, and long lines that scroll sideways instead of wrapping.
     void textLayout()
     {
-        const QString longLine(500, QLatin1Char('w'));
-        scriptLog("live-conversion", "\tX\n12345678X\n" + longLine);
+        scriptLog("live-conversion", "\tX\n12345678X\n" + QString(500, QLatin1Char('w')));
         makePage();
         m_content->resize(320, 240);
         m_content->show();
@@ -142,11 +137,7 @@ private slots:
             return view->cursorRect(cursor).left();
         };
         QCOMPARE(xAt(1), xAt(3 + 8)); // the X after a tab and the X after eight characters
-
-        const QTextBlock block = view->document()->findBlockByNumber(2);
-        QCOMPARE(block.text(), longLine);
-        QCOMPARE(block.layout()->lineCount(), 1);
-        QVERIFY(view->horizontalScrollBar()->maximum() > 0);
+        QVERIFY(view->horizontalScrollBar()->maximum() > 0); // the long line runs on
     }
 };
 

@@ -1,4 +1,3 @@
-#include "platform/DelayedCall.h"
 #include "platform/Defaults.h"
 #include "platform/Resources.h"
 #include "platform/SaveFailures.h"
@@ -29,7 +28,6 @@ private slots:
     void defaultsAbsentAndConversions();
     void defaultsKeepLinesTheyCannotRead();
     void defaultsReportFailedSaves();
-    void delayedCallsRunAndCancelPerTarget();
     void resourcesAndInfo();
 };
 
@@ -163,33 +161,8 @@ void TestPlatform::defaultsReportFailedSaves()
     QCOMPARE(fileLines(d.fileName()), QStringList({"a=int:1", "b=int:2", "c=int:3"}));
 }
 
-void TestPlatform::delayedCallsRunAndCancelPerTarget()
-{
-    QObject a, b;
-    int ranA = 0, ranB = 0;
-    DelayedCall::perform(&a, 10, [&] { ++ranA; });
-    DelayedCall::perform(&a, 10, [&] { ++ranA; });
-    DelayedCall::perform(&b, 10, [&] { ++ranB; });
-    QCOMPARE(DelayedCall::pendingCount(&a), 2);
-    DelayedCall::cancelAll(&a);
-    QTRY_COMPARE(ranB, 1);
-    QTest::qWait(50);
-    QVERIFY(ranA == 0 && DelayedCall::pendingCount(&a) == 0);
-
-    // A call that re-arms itself, as the polls do, keeps exactly one pending.
-    int passes = 0;
-    std::function<void()> poll = [&] {
-        ++passes;
-        DelayedCall::perform(&a, 5, poll);
-    };
-    DelayedCall::perform(&a, 5, poll);
-    QTRY_VERIFY(passes >= 3);
-    QCOMPARE(DelayedCall::pendingCount(&a), 1);
-    DelayedCall::cancelAll(&a);
-    const int stopped = passes;
-    QTest::qWait(40);
-    QCOMPARE(passes, stopped);
-}
+// Delayed calls are checked where they are used: the remote page's test
+// button, the conversion tab's polls and the server's.
 
 // Found files, Info values and the temporary folder are checked with the
 // JVM's launch options; here the resources next to a build's executable.
