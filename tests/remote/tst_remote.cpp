@@ -13,7 +13,6 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <QVBoxLayout>
 #include <QtTest>
 
 using BridgeFixture::recordedCalls;
@@ -57,7 +56,6 @@ class TestRemote : public QObject
     void makeAwakePage()
     {
         m_content = new QWidget;
-        new QVBoxLayout(m_content);
         m_controller = new RemoteController(m_content);
         m_controller->awakeFromNib();
     }
