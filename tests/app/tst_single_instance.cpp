@@ -107,11 +107,9 @@ private slots:
         std::vector<std::unique_ptr<Launch>> launches;
         for (int i = 0; i < 10; ++i)
             launches.push_back(std::make_unique<Launch>(user));
-        const auto ended = [&] {
-            return std::count_if(launches.begin(), launches.end(),
-                                 [](auto &launch) { return launch->process.state() == QProcess::NotRunning; });
-        };
-        QTRY_VERIFY_WITH_TIMEOUT(ended() >= 9, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(std::count_if(launches.begin(), launches.end(), [](auto &launch) {
+                                     return launch->process.state() == QProcess::NotRunning;
+                                 }) >= 9, 30000);
         Launch *running = nullptr;
         for (auto &launch : launches) {
             if (launch->process.state() == QProcess::NotRunning) {
