@@ -69,7 +69,6 @@ QString trayState(StartupController *controller)
 }
 
 QStringList g_tabEvents;
-QString g_startTab;
 
 struct FakeTab : QObject, TabController {
     FakeTab(const QString &name, QObject *parent) : QObject(parent), name(name) {}
@@ -312,8 +311,6 @@ private slots:
         MainWindowController::addTabSetup([](MainWindowController *controller, QWidget *window) {
             controller->setConversionController(new FakeTab(QStringLiteral("conversion"), window));
             controller->setLogsController(new FakeTab(QStringLiteral("logs"), window));
-            if (!g_startTab.isEmpty())
-                controller->tabView()->setCurrentWidget(window->findChild<QWidget *>(g_startTab));
         });
         g_tabEvents.clear();
         Window w;
@@ -334,19 +331,18 @@ private slots:
         // Logs are never told of hiding.
         QCOMPARE(g_tabEvents, QStringList({"conversion.onShow", "conversion.onHide", "logs.onShow", "logs.onShow",
                                            "conversion.onShow", "conversion.onHide"}));
+        // Closing asks first: nothing is told while the warning is up, and a
+        // second close brings no second sheet.
         g_tabEvents.clear();
-        defaults().setBool(false, kSkip);
-        w.window->close(); // refused for the warning: nothing told yet
-        QVERIFY(g_tabEvents.isEmpty() && w.main->closeSheet()->isVisible());
-        QVERIFY(w.close());
+        defaults().removeObjectForKey(kSkip);
+        w.window->close();
+        w.window->close();
+        QVERIFY(g_tabEvents.isEmpty() && w.window->isVisible() && w.main->closeSheet()->isVisible());
+        QCOMPARE(w.window->findChildren<QDialog *>().count(), 2); // the two sheets, built once
+        w.press("closeSheetButton");
+        QTRY_VERIFY(!w.controller); // closed, without a second sheet
+        QVERIFY(!defaults().contains(kSkip));
         QCOMPARE(g_tabEvents, QStringList({"conversion.windowWillClose"}));
-
-        g_tabEvents.clear();
-        g_startTab = QStringLiteral("conversion");
-        w = Window();
-        QCOMPARE(g_tabEvents, QStringList({"conversion.onShow"}));
-        g_startTab.clear();
-        QVERIFY(w.close());
         MainWindowController::clearTabSetups();
     }
 
@@ -370,22 +366,12 @@ private slots:
         MainWindowController::clearTabSetups();
     }
 
+    // The close warning once per opening, a stored NO included; Escape ends
+    // the sheet like its button, and its check box turns it off for good.
     void closeWarning()
     {
-        defaults().removeObjectForKey(kSkip);
-        Window w;
-        w.window->close();
-        w.window->close(); // while the sheet is up: still one sheet
-        QVERIFY(w.controller && w.window->isVisible() && w.main->closeSheet()->isVisible());
-        QCOMPARE(w.window->findChildren<QDialog *>().count(), 2); // the two sheets, built once
-        w.press("closeSheetButton");
-        QTRY_VERIFY(!w.controller); // closed, without a second sheet
-        QVERIFY(!defaults().contains(kSkip));
-
-        // Once per opening, a stored NO included; Escape ends the sheet like
-        // its button, and its check box turns the warning off for good.
         defaults().setBool(false, kSkip);
-        w = Window();
+        Window w;
         w.window->close();
         auto *skip = w.find<QCheckBox>("skipCloseWarningCheckBox");
         QVERIFY(skip->isVisible());
