@@ -469,10 +469,6 @@ private slots:
         QCOMPARE(QStringList({port->text(), height->text()}), QStringList({"5000", "250"}));
         QVERIFY(!listen->isChecked() && !port->isEnabled() && errors[2]->text().isEmpty());
 
-        server()->setFontSize(100);
-        server()->setRemoteSupportEnabled(false);
-        for (int index = 1; index <= 4; ++index)
-            server()->setPreferredLanguage(QStringLiteral("None"), index);
         auto *size = w.find<QComboBox>("fontSizeComboBox");
         QStringList sizes;
         for (int i = 0; i < size->count(); ++i)
@@ -544,7 +540,6 @@ private slots:
         QVERIFY(!address->isEnabled());
         server()->setListenOnCustomPort(false);
         QVERIFY(address->text().endsWith(":45631/</a>"));
-        server()->setRunning(true);
         Server::setMachineInfoPath(QString());
 
         const QString folder = m_home.filePath(QStringLiteral("autostart"));
