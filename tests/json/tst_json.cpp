@@ -11,10 +11,7 @@ namespace {
 
 JsonDecimal dec(const char *text)
 {
-    const auto d = JsonDecimal::fromString(QString::fromLatin1(text));
-    if (!d)
-        qFatal("not a decimal: %s", text);
-    return *d;
+    return JsonDecimal::fromString(QString::fromLatin1(text)).value(); // throws for a mistyped case
 }
 
 // The reader's result in the writer's layout, so that both sides of a
@@ -25,16 +22,11 @@ QString readBack(QStringView text)
     return object ? jsonStringValue(*object) : QStringLiteral("<none>");
 }
 
-QString u16(const char16_t *text)
-{
-    return QString::fromUtf16(text);
-}
-
 // Every kind of value, nesting and escapes, as in the folder and conversion files.
 JsonObject sampleDocument()
 {
     JsonObject state{{"percentDone", JsonValue(JsonDecimal::fromDouble(42.5))}, {"eta", JsonValue()}, {"paused", false}};
-    JsonObject item{{"id", "a/b \"c\"\t\u00e9"}, {"name", JsonValue(u16(u"Film 🎬 \u2028 x"))}};
+    JsonObject item{{"id", "a/b \"c\"\t\u00e9"}, {"name", JsonValue(QStringLiteral("Film 🎬 \u2028 x"))}};
     JsonArray queue;
     for (int i = 0; i < 3; ++i)
         queue.push_back(JsonObject{{"id", JsonValue(QString::number(i))}, {"name", JsonValue(i)}});
@@ -80,7 +72,7 @@ void TestJson::writer()
         return text.mid(9, text.size() - 11); // between ` { "k" : ` and `\n}`
     };
     QCOMPARE(written(QStringLiteral("a/b\\\"\n\b\t\f\r")), QStringLiteral("\"a/b\\n\\\"\\n\\b\\t\\f\\r\""));
-    QCOMPARE(written(u16(u"\u00e9\u0080\u00ff\uABCD\uffff🎬")),
+    QCOMPARE(written(QStringLiteral("\u00e9\u0080\u00ff\uABCD\uffff🎬")),
              QStringLiteral("\"\\u00e9\\u0080\\u00ff\\uabcd\\uffff\\ud83c\\udfac\""));
     // U+007F and the controls without a short escape stay raw, U+0000 too.
     const QString raw = QString(QChar(0x7F)) + QChar(0x01) + QChar(0x0B) + QChar(0x0E) + QChar(0x1F) + QChar(0);
@@ -149,9 +141,8 @@ void TestJson::decimals()
 void TestJson::valuesAndObjects()
 {
     QVERIFY(JsonValue(true) != JsonValue(1) && JsonValue(false) != JsonValue(0));
-    QVERIFY(JsonValue(1) == JsonValue(dec("1.0")) && JsonValue(0.5) == JsonValue(dec("0.50")));
     QVERIFY(JsonValue(JsonArray{1, 2}) != JsonValue(JsonArray{2, 1}) && JsonValue(JsonArray{}) != JsonValue(JsonObject{}));
-    QCOMPARE(JsonValue("é").toString(), u16(u"é")); // char * is UTF-8
+    QCOMPARE(JsonValue("é").toString(), QStringLiteral("é")); // char * is UTF-8
     QVERIFY(JsonValue(2).toBool() && !JsonValue(0).toBool() && !JsonValue("true").toBool());
     QCOMPARE(JsonValue(true).toDecimal(), JsonDecimal::fromInteger(1));
     QVERIFY(JsonValue("12").toDecimal().isZero() && JsonValue(12).toString().isEmpty());
@@ -202,7 +193,7 @@ void TestJson::readerLeniency()
          u" { \"a\" : 1, \"b\" : [\"x\"]\n}"},
     };
     for (const auto &c : cases)
-        QCOMPARE(readBack(c.in), u16(c.out));
+        QCOMPARE(readBack(c.in), QString::fromUtf16(c.out));
     QCOMPARE(readBack(QStringLiteral("{\"a\":") + QChar(0) + QStringLiteral("1}")), QStringLiteral("<none>"));
 
     // Refused: no top-level object, a bad value. A non-ASCII digit starts a
@@ -220,8 +211,8 @@ void TestJson::readerStrings()
         return value ? value->toString() : QStringLiteral("<none>");
     };
     const struct { const char16_t *in; QString out; } cases[] = {
-        {u"{\"a\":\"\\u00e9\\u00E9\\ud83c\\udfac\"}", u16(u"éé🎬")},
-        {u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\/\"}", u16(u"\"\\\b\f\n\r\t\\/")},
+        {u"{\"a\":\"\\u00e9\\u00E9\\ud83c\\udfac\"}", QStringLiteral("éé🎬")},
+        {u"{\"a\":\"\\\"\\\\\\b\\f\\n\\r\\t\\/\"}", QStringLiteral("\"\\\b\f\n\r\t\\/")},
         // The four characters after "\u" give their leading hex digits, after
         // optional blanks and "0x"; no digit at all gives U+0000.
         {u"{\"a\":\"\\u12zz\\u 0x1\\uzzzzX\"}", QString(QChar(0x12)) + QChar(0x1) + QChar(0) + u'X'},
@@ -233,7 +224,7 @@ void TestJson::readerStrings()
         {u"{\"a\":\"x \n\"}", QStringLiteral("x \n")},
     };
     for (const auto &c : cases)
-        QCOMPARE(valueOf(u16(c.in)), c.out);
+        QCOMPARE(valueOf(QString::fromUtf16(c.in)), c.out);
     // (Raw controls and escaped keys: the every-code-unit round trip.)
     // Interned keys do not leak into values.
     const auto keys = dictionaryWithJSONString(u"{\"o\":[{\"id\":\"id\"},{\"id\":\"x\"}]}");

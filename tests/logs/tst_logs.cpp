@@ -16,7 +16,7 @@ class TestLogs : public QObject
     Q_OBJECT
 
     QTemporaryDir m_home;
-    QWidget *m_content = nullptr;
+    std::unique_ptr<QWidget> m_content; // a page lives until the next one is made
     LogsController *m_controller = nullptr;
 
     QComboBox *chooser() const { return m_content->findChild<QComboBox *>(QStringLiteral("logChooser")); }
@@ -25,8 +25,8 @@ class TestLogs : public QObject
 
     void makePage()
     {
-        m_content = new QWidget;
-        m_controller = new LogsController(m_content);
+        m_content = std::make_unique<QWidget>();
+        m_controller = new LogsController(m_content.get());
         m_controller->awakeFromNib();
     }
 
@@ -45,12 +45,6 @@ private slots:
     }
 
     void init() { BridgeFixture::resetScript(); }
-
-    void cleanup()
-    {
-        delete m_content;
-        m_content = nullptr;
-    }
 
     // Waking shows the first log; each choice fetches its own log by its
     // identifier, and an empty or null answer reads "(empty log)".
@@ -122,7 +116,7 @@ private slots:
         makePage();
         m_content->resize(320, 240);
         m_content->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_content));
+        QVERIFY(QTest::qWaitForWindowExposed(m_content.get()));
         QPlainTextEdit *view = m_controller->textView();
 
         QVERIFY(view->isReadOnly());
