@@ -50,19 +50,17 @@ private slots:
     // identifier, and an empty or null answer reads "(empty log)".
     void chooserFetchesEachLog()
     {
-        scriptLog("live-conversion", "live text");
-        scriptLog("conversion", "offline\ttext");
-        scriptLog("thumbnail", "");
-        scriptLog("remote", QString());
-        scriptLog("subtitles", "subs \u00e9\U0001F600");
+        const QStringList names = {"Live Conversion", "Offline Conversion", "Thumbnails Generation", "Remote Support", "Subtitles"};
+        const QStringList ids = {"live-conversion", "conversion", "thumbnail", "remote", "subtitles"};
+        const QStringList scripted = {"live text", "offline\ttext", "", QString(), "subs \u00e9\U0001F600"};
+        const QStringList texts = {"live text", "offline\ttext", "(empty log)", "(empty log)", "subs \u00e9\U0001F600"};
+        for (int index = 0; index < ids.size(); ++index)
+            scriptLog(ids[index], scripted[index]);
         const QStringList calls = callsDuring([&] { makePage(); });
         QCOMPARE(calls, QStringList{"getLog(live-conversion)"});
         QVERIFY(m_content->layout()->indexOf(m_controller->page()) >= 0);
         QCOMPARE(shown(), QStringLiteral("live text"));
 
-        const QStringList names = {"Live Conversion", "Offline Conversion", "Thumbnails Generation", "Remote Support", "Subtitles"};
-        const QStringList ids = {"live-conversion", "conversion", "thumbnail", "remote", "subtitles"};
-        const QStringList texts = {"live text", "offline\ttext", "(empty log)", "(empty log)", "subs \u00e9\U0001F600"};
         // A user's choice, also of the log already shown, fetches it again.
         for (int index : {1, 2, 3, 4, 0, 0}) {
             QCOMPARE(chooser()->itemText(index), names[index]);

@@ -44,7 +44,7 @@ class TestRemote : public QObject
     Q_OBJECT
 
     QTemporaryDir m_home;
-    QWidget *m_content = nullptr;
+    std::unique_ptr<QWidget> m_content;
     RemoteController *m_controller = nullptr;
 
     static JNIServer *bridge() { return JNIServer::instance(); }
@@ -55,8 +55,8 @@ class TestRemote : public QObject
 
     void makeAwakePage()
     {
-        m_content = new QWidget;
-        m_controller = new RemoteController(m_content);
+        m_content = std::make_unique<QWidget>();
+        m_controller = new RemoteController(m_content.get());
         m_controller->awakeFromNib();
     }
 
@@ -69,11 +69,7 @@ private slots:
 
     void init() { BridgeFixture::resetScript(); }
 
-    void cleanup()
-    {
-        delete m_content;
-        m_content = nullptr;
-    }
+    void cleanup() { m_content.reset(); }
 
     void pageShowsState_data()
     {
@@ -150,7 +146,7 @@ private slots:
         BridgeFixture::script(QStringLiteral("testConnection.result"), outcome);
         makeAwakePage();
         QList<QStringList> seen;
-        answerAlerts(&seen, m_content);
+        answerAlerts(&seen, m_content.get());
         QTRY_VERIFY_WITH_TIMEOUT(testButton()->isEnabled(), 3000);
         BridgeFixture::clearRecordedCalls();
         testButton()->click();
@@ -167,9 +163,9 @@ private slots:
         QList<QStringList> seen;
         answerAlerts(&seen, &answerer);
         makeAwakePage();
-        QWidget *older = m_content;
+        std::unique_ptr<QWidget> older = std::move(m_content);
         makeAwakePage();
-        delete older;
+        older.reset();
         QCOMPARE(bridge()->target(), m_controller);
 
         cleanup();
