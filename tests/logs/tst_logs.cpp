@@ -1,7 +1,6 @@
 // The logs page against the fixture jar: which log is fetched and cleared
 // when, what an empty log looks like, and how the text is laid out.
 #include "BridgeFixture.h"
-#include "bridge/JNIServer.h"
 #include "logs/LogsController.h"
 
 #include <QComboBox>
@@ -56,8 +55,7 @@ private slots:
         const QStringList texts = {"live text", "offline\ttext", "(empty log)", "(empty log)", "subs \u00e9\U0001F600"};
         for (int index = 0; index < ids.size(); ++index)
             scriptLog(ids[index], scripted[index]);
-        const QStringList calls = callsDuring([&] { makePage(); });
-        QCOMPARE(calls, QStringList{"getLog(live-conversion)"});
+        QCOMPARE(callsDuring([&] { makePage(); }), QStringList{"getLog(live-conversion)"});
         QVERIFY(m_content->layout()->indexOf(m_controller->page()) >= 0);
         QCOMPARE(shown(), QStringLiteral("live text"));
 
@@ -100,9 +98,8 @@ private slots:
                  QStringList{"getLog(conversion)"});
         QCOMPARE(shown(), QStringLiteral("one"));
 
-        TabController *tab = m_controller;
         scriptLog("conversion", "two\nlines");
-        QCOMPARE(callsDuring([&] { tab->onShow(); tab->onShow(); }), QStringList(2, "getLog(conversion)"));
+        QCOMPARE(callsDuring([&] { m_controller->onShow(); m_controller->onShow(); }), QStringList(2, "getLog(conversion)"));
         QCOMPARE(shown(), QStringLiteral("two\nlines"));
     }
 
@@ -112,7 +109,6 @@ private slots:
     {
         scriptLog("live-conversion", "\tX\n12345678X\n" + QString(500, QLatin1Char('w')));
         makePage();
-        m_content->resize(320, 240);
         m_content->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_content.get()));
         QPlainTextEdit *view = m_controller->textView();
