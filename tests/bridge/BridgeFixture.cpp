@@ -6,34 +6,10 @@
 
 #include <QFile>
 
-#include <jni.h>
-
 QString BridgeFixture::call(const QString &command, const QString &arg)
 {
-    JavaVM *vm = JvmLoader::createdJavaVM();
-    JNIEnv *env = nullptr;
-    if (!vm || vm->GetEnv(reinterpret_cast<void **>(&env), JNI_VERSION_1_4) != JNI_OK || env->PushLocalFrame(16) != 0)
-        return QString();
-    auto toJava = [env](const QString &text) {
-        return env->NewString(reinterpret_cast<const jchar *>(text.utf16()), jsize(text.size()));
-    };
-    QString result;
-    jclass c = env->FindClass("com/brookfen/quillon/common/control/ServerControl");
-    const char *signature = "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;";
-    if (jmethodID id = c ? env->GetStaticMethodID(c, "fixture", signature) : nullptr) {
-        auto value = static_cast<jstring>(env->CallStaticObjectMethod(c, id, toJava(command), toJava(arg)));
-        if (value && !env->ExceptionCheck()) {
-            const jchar *chars = env->GetStringChars(value, nullptr);
-            result = QString(reinterpret_cast<const QChar *>(chars), env->GetStringLength(value));
-            env->ReleaseStringChars(value, chars);
-        }
-    }
-    if (env->ExceptionCheck()) {
-        env->ExceptionDescribe();
-        env->ExceptionClear();
-    }
-    env->PopLocalFrame(nullptr);
-    return result;
+    JNIServer *server = JvmLoader::createdJavaVM() ? JNIServer::instance() : nullptr;
+    return server ? server->getLog(QStringLiteral("fixture ") + command + u'\n' + arg) : QString();
 }
 
 QString BridgeFixture::startJvm(const QString &home, bool remote, bool portMapping)

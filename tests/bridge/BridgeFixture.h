@@ -6,11 +6,12 @@
 class JNIServer;
 
 // Test access to the fixture jar (fixture/README.md) inside the JVM that
-// JNIServer created in this process. Main thread only; without a JVM every
-// call does nothing and answers a null text.
+// JNIServer created in this process, through the bridge's own getLog. Main
+// thread only; without a JVM or a bridge every call does nothing and answers
+// a null text.
 namespace BridgeFixture {
 
-// ServerControl.fixture(command, arg); lists come back one element a line.
+// A fixture command; lists come back one element a line.
 QString call(const QString &command, const QString &arg = QString());
 
 // A scripted answer; a null value scripts Java's null.
