@@ -21,6 +21,8 @@ class TestBridgeNoJvm : public QObject
     Q_OBJECT
 
 private slots:
+    void cleanup() { JNIServer::releaseInstance(); } // a failed case leaves no bridge to the next
+
     void instanceBeforeCreation()
     {
         LogCapture log;
@@ -36,11 +38,13 @@ private slots:
         QTest::addColumn<QString>("unexpected");
         // There is no runtime to find: a file check made too late would log "No Java runtime".
         QTest::newRow("no runtime") << "fixture" << QStringList{"No Java runtime found: libjvm.so of Java 1.5 or later at /nonexistent/libjvm.so"} << "Missing file";
+        // A runtime that cannot be loaded is refused once for both versions tried (so is a jar, below).
+        QTest::newRow("broken runtime") << "broken runtime" << QStringList{"Can't load the Java runtime %1/libjvm.so: "} << "Missing file";
         QTest::newRow("no files") << "no files"
             << QStringList{"Missing file: %1/QuillonServer.jar", "Missing file: %1/jna.jar", "Missing file: %1/libMiniAgent.so"} << "No Java runtime";
         QTest::newRow("not a library") << "empty" << QStringList{"Can't load the JVM agent %1/libMiniAgent.so: "} << "No Java runtime";
         QTest::newRow("no Agent_OnLoad") << "library" << QStringList{"The JVM agent %1/libMiniAgent.so has no Agent_OnLoad"} << "No Java runtime";
-        // A jar cut short is named (once for both versions tried).
+        // A jar cut short is named.
         QTest::newRow("truncated jar") << "truncated jar"
             << QStringList{"The server jar %1/QuillonServer.jar is not a zip archive or has been cut short", "No Java runtime found"} << "Missing file";
     }
@@ -52,15 +56,18 @@ private slots:
         QFETCH(QString, unexpected);
         QTemporaryDir dir;
         const QString from = QStringLiteral(QUILLON_FIXTURE_RESOURCES);
-        Resources::setFolder(agent == QLatin1String("fixture") ? from : dir.path());
-        if (agent != QLatin1String("fixture") && agent != QLatin1String("no files")) {
+        const bool fixture = agent == QLatin1String("fixture") || agent == QLatin1String("broken runtime");
+        Resources::setFolder(fixture ? from : dir.path());
+        if (!fixture && agent != QLatin1String("no files")) {
             QVERIFY(QFile::copy(from + QStringLiteral("/QuillonServer.jar"), dir.filePath(QStringLiteral("QuillonServer.jar"))));
             QVERIFY(QFile::link(QStringLiteral("/usr/share/java/jna.jar"), dir.filePath(QStringLiteral("jna.jar"))));
             QVERIFY(QFile::copy(from + QStringLiteral("/Info.ini"), dir.filePath(QStringLiteral("Info.ini"))));
         }
         const QString agentPath = dir.filePath(QStringLiteral("libMiniAgent.so"));
-        if (agent == QLatin1String("empty")) {
-            QVERIFY(QFile(agentPath).open(QIODevice::WriteOnly));
+        const QString runtime = agent == QLatin1String("broken runtime") ? dir.filePath(QStringLiteral("libjvm.so"))
+                                                                        : QStringLiteral("/nonexistent/libjvm.so");
+        if (agent == QLatin1String("empty") || agent == QLatin1String("broken runtime")) {
+            QVERIFY(QFile(agent == QLatin1String("empty") ? agentPath : runtime).open(QIODevice::WriteOnly));
         } else if (agent == QLatin1String("truncated jar")) {
             QFile jar(dir.filePath(QStringLiteral("QuillonServer.jar")));
             QVERIFY(jar.resize(jar.size() / 2));
@@ -70,7 +77,7 @@ private slots:
             QVERIFY(dladdr(reinterpret_cast<void *>(static_cast<double (*)(double)>(&std::cos)), &info) && info.dli_fname);
             QVERIFY(QFile::link(QString::fromLocal8Bit(info.dli_fname), agentPath));
         }
-        JNIServer::setJvmLibraryPath(QStringLiteral("/nonexistent/libjvm.so"));
+        JNIServer::setJvmLibraryPath(runtime);
         LogCapture log;
         JNIServer::initWithRemoteEnabled(true, true);
         JNIServer *server = JNIServer::instance();
@@ -80,7 +87,8 @@ private slots:
         QCOMPARE(log.count(QStringLiteral("Quillon needs Java version 1.5 or higher")), 1);
         for (const QString &line : std::as_const(expected))
             QVERIFY2(log.contains(QString(line).replace(QLatin1String("%1"), dir.path())), qPrintable(log.text()));
-        QVERIFY(log.lines().filter(QStringLiteral("The server jar")).size() <= 1);
+        for (const char *once : {"The server jar", "Can't load the Java runtime"})
+            QVERIFY2(log.lines().filter(QLatin1String(once)).size() <= 1, qPrintable(log.text()));
         QVERIFY2(!log.contains(unexpected), qPrintable(log.text()));
         QCOMPARE(BridgeFixture::nonEmptyAnswers(server), QStringList());
 
