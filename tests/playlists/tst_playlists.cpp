@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QPointer>
 #include <QScopeGuard>
-#include <QSet>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -85,18 +84,14 @@ void TestPlaylists::treesFromJson()
 
 void TestPlaylists::equalityAndHashing()
 {
+    // By id alone, case and all, and hashed alike; no id equals nothing, itself included.
     const Playlist a = playlist(u"A"_s, u"One"_s);
     const Playlist sameId = playlist(u"A"_s, u"Other name"_s, QList<Playlist>{a});
-    const Playlist b = playlist(u"B"_s, u"One"_s);
     QVERIFY(a == sameId && qHash(a, 17) == qHash(sameId, 17));
-    QVERIFY(a != b && a != playlist(u"a"_s, u"One"_s));
-    // No id: equal to nothing, itself included.
+    QVERIFY(a != playlist(u"B"_s, u"One"_s) && a != playlist(u"a"_s, u"One"_s));
     const Playlist empty = playlist(u""_s, u"x"_s);
     const Playlist absent = playlist(QString(), u"x"_s);
     QVERIFY(!(empty == empty) && !(absent == absent) && !(empty == absent));
-    const QSet<Playlist> set{a, sameId, b};
-    QCOMPARE(set.size(), 2);
-    QVERIFY(set.contains(playlist(u"B"_s, QString())) && !set.contains(playlist(u"C"_s, u"One"_s)));
 }
 
 void TestPlaylists::archives()
@@ -154,10 +149,8 @@ void TestPlaylists::loader_data()
     QTest::addColumn<QStringList>("log");
     const QString res = QStringLiteral(QUILLON_TEST_BINARY_DIR "/resources");
     // The jar's path and the arguments come back as the second playlist's name.
-    QTest::newRow("tree") << res << QByteArray(R"({"playlists": [{"id": "A1", "name": "Musique été 🎵", "children": [
-            {"id": "A2", "name": "Inner", "children": []}, {"id": "A3", "name": "Leaf"}]}, {"id": "args", "name": "%ARGS%"}]})")
-                          << u"[A1:Musique été 🎵[A2:Inner[],A3:Leaf],args:%1/QuillonServer.jar|getPlaylists]"_s.arg(res)
-                          << QStringList();
+    QTest::newRow("utf-8") << res << QByteArray(R"({"playlists": [{"id": "A1", "name": "Musique été 🎵"}, {"id": "args", "name": "%ARGS%"}]})")
+                           << u"[A1:Musique été 🎵,args:%1/QuillonServer.jar|getPlaylists]"_s.arg(res) << QStringList();
     QStringList large, expected;
     for (int i = 0; i < 20000; ++i) {
         large << u"{\"id\": \"P%1\", \"name\": \"Playlist number %1\"}"_s.arg(i);
