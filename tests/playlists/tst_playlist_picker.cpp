@@ -90,9 +90,133 @@ private slots:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         SystemLog::setSink({});
     }
-    void pickerWindowLoadsAndCloses();
-    void overlappingLoads();
-    void addAndDrag();
+
+    void pickerWindowLoadsAndCloses()
+    {
+        // Closed before its answer: the picker goes with its window (a late
+        // answer would crash into it), and the answer reaches nobody.
+        const QString late = pipe(u"late"_s);
+        answerWith(late);
+        QPointer<WindowController> opener = new WindowController(u"Playlists"_s);
+        opener->showWindow();
+        QPointer<ITunesPlaylistsController> controller = qobject_cast<ITunesPlaylistsController *>(opener->mainController());
+        QVERIFY(controller && controller->loading());
+        controller->close();
+        QTRY_VERIFY(opener.isNull() && controller.isNull());
+        feed(late, kOther);
+
+        // Opened again: a new picker, which loads with its layout.
+        answerWith(m_library);
+        opener = new WindowController(u"Playlists"_s);
+        QWidget *window = opener->window();
+        QCOMPARE(window->property("frameAutosaveName").toString(), u"Playlists"_s);
+        controller = qobject_cast<ITunesPlaylistsController *>(opener->mainController());
+        auto *busy = window->findChild<QProgressBar *>(u"busyIndicator"_s);
+        QVERIFY(controller && controller->loading() && busy->isVisibleTo(window));
+        QTRY_VERIFY_WITH_TIMEOUT(!controller->loading(), kAnswerTimeout);
+        QVERIFY(!busy->isVisibleTo(window));
+        // The empty folder has a list, yet no disclosure.
+        QCOMPARE(shown(controller->outlineView()->model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
+
+        // Reload: a load that delivers nothing leaves an empty tree.
+        const QTemporaryDir noJar;
+        Resources::setFolder(noJar.path());
+        window->findChild<QAbstractButton *>(u"reloadButton"_s)->click();
+        QVERIFY(controller->loading());
+        QTRY_VERIFY_WITH_TIMEOUT(!controller->loading(), kAnswerTimeout);
+        QCOMPARE(controller->model()->rowCount(), 0);
+
+        m_log.clear();
+        window->findChild<QAbstractButton *>(u"closeButton"_s)->click();
+        QTRY_VERIFY(opener.isNull() && controller.isNull());
+        QCOMPARE(m_log, QStringList{u"PlaylistController Dealloc"_s});
+    }
+
+    void overlappingLoads()
+    {
+        QWidget placeholder;
+        ITunesPlaylistsController controller(&placeholder);
+        QSignalSpy loading(&controller, &ITunesPlaylistsController::loadingChanged);
+        QSignalSpy resets(controller.model(), &QAbstractItemModel::modelReset);
+
+        // The first load waits on a pipe, so the second one answers first and
+        // ends the loading; the older answer then still replaces the tree.
+        const QString slow = pipe(u"slow"_s);
+        answerWith(slow);
+        controller.awakeFromNib();
+        answerWith(m_other);
+        controller.reload();
+        QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
+        QCOMPARE(describe(controller.playlists()), u"O:Other"_s);
+        QCOMPARE(loading.size(), 2);
+        feed(slow, kLibrary);
+        QCOMPARE(resets.size(), 2);
+        QCOMPARE(shown(controller.model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
+        QVERIFY(!controller.loading());
+
+        // A controller told its window closed keeps its tree and stays loading.
+        const QString dropped = pipe(u"dropped"_s);
+        answerWith(dropped);
+        controller.reload();
+        controller.windowWillClose(&placeholder);
+        feed(dropped, kOther);
+        QVERIFY(controller.loading());
+        QCOMPARE(describe(controller.playlists()), u"T:Top[F:Folder[D:Deep],E:Empty folder[]],L:Leaf"_s);
+    }
+
+    void addAndDrag()
+    {
+        QWidget placeholder;
+        ITunesPlaylistsController controller(&placeholder);
+        controller.awakeFromNib();
+        QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
+        QTreeView *outline = controller.outlineView();
+        ITunesPlaylistsModel *model = controller.model();
+        QItemSelectionModel *selection = outline->selectionModel();
+        QAbstractButton *addButton = placeholder.findChild<QAbstractButton *>(u"addButton"_s);
+        outline->expandAll();
+        const QModelIndex top = model->index(0, 0);
+        const QModelIndex folder = model->index(0, 0, top);
+        const QModelIndex deep = model->index(0, 0, folder);
+        const QModelIndex leaf = model->index(1, 0);
+        const auto pick = [&](const QModelIndex &index, QItemSelectionModel::SelectionFlags how) {
+            selection->setCurrentIndex(index, how | QItemSelectionModel::Rows);
+        };
+
+        QList<Playlist> added;
+        auto target = std::make_unique<QObject>();
+        controller.setAddSelector([&added](const Playlist &playlist) { added << playlist; });
+        addButton->click(); // no target
+        controller.setTarget(target.get());
+        addButton->click(); // no selection
+        QVERIFY(added.isEmpty());
+        // One playlist per click, nested ones with their subtree; of several
+        // selected, the one selected last.
+        for (const QModelIndex &index : {leaf, folder, deep}) {
+            pick(index, QItemSelectionModel::ClearAndSelect);
+            addButton->click();
+        }
+        pick(top, QItemSelectionModel::Select);
+        addButton->click();
+        QCOMPARE(describe(added), u"L:Leaf,F:Folder[D:Deep],D:Deep,T:Top[F:Folder[D:Deep],E:Empty folder[]]"_s);
+        added.clear();
+        target.reset();
+        addButton->click();
+        QVERIFY(added.isEmpty());
+
+        // Dragging: selected bottom up, one row named twice; the payload holds
+        // each once, in the outline's order, with their subtrees.
+        QVERIFY(outline->dragEnabled() && outline->selectionMode() == QAbstractItemView::ExtendedSelection);
+        selection->clear();
+        for (const QModelIndex &index : {leaf, deep, top})
+            pick(index, QItemSelectionModel::Select);
+        std::unique_ptr<QMimeData> mime(model->mimeData(selection->selectedIndexes() << leaf));
+        QCOMPARE(mime->formats(), QStringList{u"ITunesPlaylistPBoardType"_s});
+        QVERIFY(model->flags(deep) & Qt::ItemIsDragEnabled);
+        const auto payload = Playlist::unarchive(mime->data(u"ITunesPlaylistPBoardType"_s));
+        QVERIFY(payload);
+        QCOMPARE(describe(*payload), u"T:Top[F:Folder[D:Deep],E:Empty folder[]],D:Deep,L:Leaf"_s);
+    }
 
 private:
     void answerWith(const QString &path) { qputenv("QUILLON_TEST_PLAYLISTS", QFile::encodeName(path)); }
@@ -128,133 +252,6 @@ private:
     QString m_library, m_other;
     QStringList m_log;
 };
-
-void TestPlaylistPicker::pickerWindowLoadsAndCloses()
-{
-    // Closed before its answer: the picker goes with its window (a late
-    // answer would crash into it), and the answer reaches nobody.
-    const QString late = pipe(u"late"_s);
-    answerWith(late);
-    QPointer<WindowController> opener = new WindowController(u"Playlists"_s);
-    opener->showWindow();
-    QPointer<ITunesPlaylistsController> controller = qobject_cast<ITunesPlaylistsController *>(opener->mainController());
-    QVERIFY(controller && controller->loading());
-    controller->close();
-    QTRY_VERIFY(opener.isNull() && controller.isNull());
-    feed(late, kOther);
-
-    // Opened again: a new picker, which loads with its layout.
-    answerWith(m_library);
-    opener = new WindowController(u"Playlists"_s);
-    QWidget *window = opener->window();
-    QCOMPARE(window->property("frameAutosaveName").toString(), u"Playlists"_s);
-    controller = qobject_cast<ITunesPlaylistsController *>(opener->mainController());
-    auto *busy = window->findChild<QProgressBar *>(u"busyIndicator"_s);
-    QVERIFY(controller && controller->loading() && busy->isVisibleTo(window));
-    QTRY_VERIFY_WITH_TIMEOUT(!controller->loading(), kAnswerTimeout);
-    QVERIFY(!busy->isVisibleTo(window));
-    // The empty folder has a list, yet no disclosure.
-    QCOMPARE(shown(controller->outlineView()->model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
-
-    // Reload: a load that delivers nothing leaves an empty tree.
-    const QTemporaryDir noJar;
-    Resources::setFolder(noJar.path());
-    window->findChild<QAbstractButton *>(u"reloadButton"_s)->click();
-    QVERIFY(controller->loading());
-    QTRY_VERIFY_WITH_TIMEOUT(!controller->loading(), kAnswerTimeout);
-    QCOMPARE(controller->model()->rowCount(), 0);
-
-    m_log.clear();
-    window->findChild<QAbstractButton *>(u"closeButton"_s)->click();
-    QTRY_VERIFY(opener.isNull() && controller.isNull());
-    QCOMPARE(m_log, QStringList{u"PlaylistController Dealloc"_s});
-}
-
-void TestPlaylistPicker::overlappingLoads()
-{
-    QWidget placeholder;
-    ITunesPlaylistsController controller(&placeholder);
-    QSignalSpy loading(&controller, &ITunesPlaylistsController::loadingChanged);
-    QSignalSpy resets(controller.model(), &QAbstractItemModel::modelReset);
-
-    // The first load waits on a pipe, so the second one answers first and
-    // ends the loading; the older answer then still replaces the tree.
-    const QString slow = pipe(u"slow"_s);
-    answerWith(slow);
-    controller.awakeFromNib();
-    answerWith(m_other);
-    controller.reload();
-    QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
-    QCOMPARE(describe(controller.playlists()), u"O:Other"_s);
-    QCOMPARE(loading.size(), 2);
-    feed(slow, kLibrary);
-    QCOMPARE(resets.size(), 2);
-    QCOMPARE(shown(controller.model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
-    QVERIFY(!controller.loading());
-
-    // A controller told its window closed keeps its tree and stays loading.
-    const QString dropped = pipe(u"dropped"_s);
-    answerWith(dropped);
-    controller.reload();
-    controller.windowWillClose(&placeholder);
-    feed(dropped, kOther);
-    QVERIFY(controller.loading());
-    QCOMPARE(describe(controller.playlists()), u"T:Top[F:Folder[D:Deep],E:Empty folder[]],L:Leaf"_s);
-}
-
-void TestPlaylistPicker::addAndDrag()
-{
-    QWidget placeholder;
-    ITunesPlaylistsController controller(&placeholder);
-    controller.awakeFromNib();
-    QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
-    QTreeView *outline = controller.outlineView();
-    ITunesPlaylistsModel *model = controller.model();
-    QItemSelectionModel *selection = outline->selectionModel();
-    QAbstractButton *addButton = placeholder.findChild<QAbstractButton *>(u"addButton"_s);
-    outline->expandAll();
-    const QModelIndex top = model->index(0, 0);
-    const QModelIndex folder = model->index(0, 0, top);
-    const QModelIndex deep = model->index(0, 0, folder);
-    const QModelIndex leaf = model->index(1, 0);
-    const auto pick = [&](const QModelIndex &index, QItemSelectionModel::SelectionFlags how) {
-        selection->setCurrentIndex(index, how | QItemSelectionModel::Rows);
-    };
-
-    QList<Playlist> added;
-    auto target = std::make_unique<QObject>();
-    controller.setAddSelector([&added](const Playlist &playlist) { added << playlist; });
-    addButton->click(); // no target
-    controller.setTarget(target.get());
-    addButton->click(); // no selection
-    QVERIFY(added.isEmpty());
-    // One playlist per click, nested ones with their subtree; of several
-    // selected, the one selected last.
-    for (const QModelIndex &index : {leaf, folder, deep}) {
-        pick(index, QItemSelectionModel::ClearAndSelect);
-        addButton->click();
-    }
-    pick(top, QItemSelectionModel::Select);
-    addButton->click();
-    QCOMPARE(describe(added), u"L:Leaf,F:Folder[D:Deep],D:Deep,T:Top[F:Folder[D:Deep],E:Empty folder[]]"_s);
-    added.clear();
-    target.reset();
-    addButton->click();
-    QVERIFY(added.isEmpty());
-
-    // Dragging: selected bottom up, one row named twice; the payload holds
-    // each once, in the outline's order, with their subtrees.
-    QVERIFY(outline->dragEnabled() && outline->selectionMode() == QAbstractItemView::ExtendedSelection);
-    selection->clear();
-    for (const QModelIndex &index : {leaf, deep, top})
-        pick(index, QItemSelectionModel::Select);
-    std::unique_ptr<QMimeData> mime(model->mimeData(selection->selectedIndexes() << leaf));
-    QCOMPARE(mime->formats(), QStringList{u"ITunesPlaylistPBoardType"_s});
-    QVERIFY(model->flags(deep) & Qt::ItemIsDragEnabled);
-    const auto payload = Playlist::unarchive(mime->data(u"ITunesPlaylistPBoardType"_s));
-    QVERIFY(payload);
-    QCOMPARE(describe(*payload), u"T:Top[F:Folder[D:Deep],E:Empty folder[]],D:Deep,L:Leaf"_s);
-}
 
 QTEST_MAIN(TestPlaylistPicker)
 #include "tst_playlist_picker.moc"
