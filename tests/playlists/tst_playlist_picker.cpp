@@ -5,18 +5,16 @@
 #include "playlists/ITunesPlaylistsController.h"
 
 #include <QAbstractButton>
-#include <QDir>
 #include <QFile>
 #include <QMimeData>
 #include <QPointer>
 #include <QProgressBar>
+#include <QSaveFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTreeView>
 #include <QtTest>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -95,15 +93,14 @@ private slots:
     {
         // Closed before its answer: the picker goes with its window (a late
         // answer would crash into it), and the answer reaches nobody.
-        const QString late = pipe(u"late"_s);
-        answerWith(late);
+        answerWith(m_dir.filePath(u"late"_s));
         QPointer<WindowController> opener = new WindowController(u"Playlists"_s);
         opener->showWindow();
         QPointer<ITunesPlaylistsController> controller = qobject_cast<ITunesPlaylistsController *>(opener->mainController());
         QVERIFY(controller && controller->loading());
         controller->close();
         QTRY_VERIFY(opener.isNull() && controller.isNull());
-        feed(late, kOther);
+        feed(u"late"_s, kOther);
 
         // Opened again: a new picker, which loads with its layout.
         answerWith(m_library);
@@ -139,27 +136,25 @@ private slots:
         QSignalSpy loading(&controller, &ITunesPlaylistsController::loadingChanged);
         QSignalSpy resets(controller.model(), &QAbstractItemModel::modelReset);
 
-        // The first load waits on a pipe, so the second one answers first and
+        // The first load waits for its document, so the second one answers first and
         // ends the loading; the older answer then still replaces the tree.
-        const QString slow = pipe(u"slow"_s);
-        answerWith(slow);
+        answerWith(m_dir.filePath(u"slow"_s));
         controller.awakeFromNib();
         answerWith(m_other);
         controller.reload();
         QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
         QCOMPARE(describe(controller.playlists()), u"O:Other"_s);
         QCOMPARE(loading.size(), 2);
-        feed(slow, kLibrary);
+        feed(u"slow"_s, kLibrary);
         QCOMPARE(resets.size(), 2);
         QCOMPARE(shown(controller.model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
         QVERIFY(!controller.loading());
 
         // A controller told its window closed keeps its tree and stays loading.
-        const QString dropped = pipe(u"dropped"_s);
-        answerWith(dropped);
+        answerWith(m_dir.filePath(u"dropped"_s));
         controller.reload();
         controller.windowWillClose(&placeholder);
-        feed(dropped, kOther);
+        feed(u"dropped"_s, kOther);
         QVERIFY(controller.loading());
         QCOMPARE(describe(controller.playlists()), u"T:Top[F:Folder[D:Deep],E:Empty folder[]],L:Leaf"_s);
     }
@@ -222,28 +217,15 @@ private:
     void answerWith(const QString &path) { qputenv("QUILLON_TEST_PLAYLISTS", QFile::encodeName(path)); }
     QString document(const QString &name, const QByteArray &text)
     {
-        QFile file(m_dir.filePath(name));
-        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
+        QSaveFile file(m_dir.filePath(name)); // whole at once: a load may be waiting for it
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
             qFatal("cannot write %s", qPrintable(file.fileName()));
         return file.fileName();
     }
-    // A named pipe: a load reading it waits until feed() writes its answer.
-    QString pipe(const QString &name)
+    // Answers a load that was told to answer with a document not written yet.
+    void feed(const QString &name, const QByteArray &text)
     {
-        const QString path = m_dir.filePath(name);
-        QFile::remove(path);
-        if (mkfifo(QFile::encodeName(path).constData(), 0600) != 0)
-            qFatal("mkfifo %s failed", qPrintable(path));
-        return path;
-    }
-    void feed(const QString &pipe, const QByteArray &text)
-    {
-        int fd = -1; // opens for writing only once java reads
-        for (QDeadlineTimer deadline(kAnswerTimeout); fd < 0 && !deadline.hasExpired(); QTest::qWait(fd < 0 ? 20 : 0))
-            fd = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_NONBLOCK);
-        QVERIFY2(fd >= 0, "nobody read the pipe");
-        QCOMPARE(::write(fd, text.constData(), size_t(text.size())), ssize_t(text.size()));
-        ::close(fd);
+        document(name, text);
         QTRY_COMPARE_WITH_TIMEOUT(childProcesses(), 0, kAnswerTimeout);
         QCoreApplication::processEvents();
     }
