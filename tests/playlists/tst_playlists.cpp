@@ -57,10 +57,8 @@ private slots:
                      {"id": 99, "name": null, "children": "not a list"}]})"),
                  QStringLiteral("[1:Top[2:Folder[3:Deep],4:Empty folder[]],<null>:No id,99:<null>]"));
         QCOMPARE(tree(R"({"playlists": []})"), QStringLiteral("[]"));
-        QCOMPARE(tree(R"({"playlists": [{"id": "", "name": ""}]})"), QStringLiteral("[:]"));
         for (const char *text : {R"({"playlists": null})", R"({"playlists": {"id": "1"}})", R"({"other": []})", "", "not json"})
             QCOMPARE(tree(text), u"nothing"_s);
-        QVERIFY(!Playlist::fromJSON(nullptr));
     }
 
     void equalityAndHashing()
@@ -87,7 +85,6 @@ private slots:
 
         const QByteArray archive = Playlist::archive(tree);
         QCOMPARE(describe(Playlist::unarchive(archive)), expected);
-        QCOMPARE(describe(Playlist::unarchive(Playlist::archive({}))), u"[]"_s);
 
         // Every cut and any trailing byte is refused.
         for (int length = 0; length < archive.size(); ++length)
