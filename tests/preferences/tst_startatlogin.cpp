@@ -136,8 +136,7 @@ private slots:
         write("d.desktop", entryFor(kProgram, "X-Quillon-Hide=false\n"));
         QVERIFY(StartAtLogin::setStartOnLogin(false)); // last match is d: not hidden
         QCOMPARE(files(), (QStringList{"a.desktop", "c.desktop", "other.desktop"}));
-        QVERIFY(StartAtLogin::startOnLogin() && StartAtLogin::setStartOnLogin(true)); // a match exists: nothing added
-        QCOMPARE(files().size(), 3);
+        QVERIFY(StartAtLogin::startOnLogin());
         QVERIFY(StartAtLogin::setStartOnLogin(false));
         QCOMPARE(files(), QStringList{"other.desktop"});
     }
@@ -215,7 +214,7 @@ void TestStartAtLogin::execValues()
         QCOMPARE(StartAtLogin::programFromExec(exec), program);
 
     QCOMPARE(StartAtLogin::execValueFor("/my apps/x"), QStringLiteral("\"/my apps/x\""));
-    QCOMPARE(StartAtLogin::execValueFor(R"(/a\b)"), QStringLiteral(R"("/a\\\\b")"));
+    QCOMPARE(StartAtLogin::execValueFor(R"(/a\b$c)"), QStringLiteral(R"("/a\\\\b\\$c")"));
     QVERIFY(QDir().mkpath(m_folder));
     for (const char *utf8 : {"/home/zoë/My Apps/🎬/100%/%U/tab\there/new\nline",
                              R"(/odd/"quoted"/back\slash/$HOME/`tick`/semi;colon/amp&/(paren)/#hash/'single')"}) {
