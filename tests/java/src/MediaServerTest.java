@@ -441,16 +441,18 @@ public final class MediaServerTest extends Checks {
         List<Socket> half = new ArrayList<>();
         equal(200, send("GET", "/status").statusCode(), "a first request");
         try {
-            for (int i = 0; i <= 50; i++) {
+            // 50 silent, one trickling, and one kept alive after a whole request.
+            for (int i = 0; i <= 51; i++) {
                 half.add(new Socket(InetAddress.getLoopbackAddress(), port));
-                half.get(i).getOutputStream().write("GET /status HTTP/1.1\r\nHost: x\r\nX-Half: ".getBytes(StandardCharsets.US_ASCII));
+                half.get(i).getOutputStream().write(("GET /status HTTP/1.1\r\nHost: x\r\n" + (i < 51 ? "X-Half: " : "\r\n"))
+                        .getBytes(StandardCharsets.US_ASCII));
             }
             long start = System.nanoTime();
             equal(200, send("GET", "/status").statusCode(), "a normal request among them");
             long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - start);
             check(millis < 1000, "answered within a second, took " + millis + " ms");
 
-            // The last client keeps sending, so only the header deadline ends it.
+            // The trickling client keeps sending, so only the header deadline ends it.
             long limit = Long.getLong("quillon.http.idle.ms") + 2 * Long.getLong("quillon.http.header.ms") + 2000;
             long end = System.currentTimeMillis() + limit;
             waitFor(() -> {
@@ -464,6 +466,9 @@ public final class MediaServerTest extends Checks {
             }, limit, "a trickling header to be cut off");
             for (Socket s : half.subList(0, 50))
                 check(closedBy(s, end), "a half-sent request closed without an answer within " + limit + " ms");
+            half.get(51).setSoTimeout((int) Math.max(1, end - System.currentTimeMillis()));
+            check(new String(half.get(51).getInputStream().readAllBytes(), StandardCharsets.US_ASCII).startsWith("HTTP/1.1 200"),
+                    "an idle kept-alive connection answered, then closed");
         } finally {
             for (Socket s : half)
                 s.close();
