@@ -224,6 +224,7 @@ final class MediaFfmpegTest extends Checks {
                 .resolve("gone.jpg"), "x");
         Files.setLastModifiedTime(old, FileTime.fromMillis(System.currentTimeMillis() - 100L * 86_400_000L));
         MediaServices again = services();
+        again.settings().setFfmpegPath("/nowhere/ffmpeg"); // no ffprobe either: only the disk can answer
         waitFor(() -> again.metadata().cached(video, size, mtime) != null, 2000, "read back from disk");
         equal(320, again.metadata().cached(video, size, mtime).width, "width read back from disk");
         waitFor(() -> !Files.exists(old), 2000, "an entry 100 days old pruned");
