@@ -467,8 +467,8 @@ public final class MediaServerTest extends Checks {
             for (Socket s : half.subList(0, 50))
                 check(closedBy(s, end), "a half-sent request closed without an answer within " + limit + " ms");
             half.get(51).setSoTimeout((int) Math.max(1, end - System.currentTimeMillis()));
-            check(new String(half.get(51).getInputStream().readAllBytes(), StandardCharsets.US_ASCII).startsWith("HTTP/1.1 200"),
-                    "an idle kept-alive connection answered, then closed");
+            String answer = new String(half.get(51).getInputStream().readAllBytes(), StandardCharsets.US_ASCII);
+            check(answer.startsWith("HTTP/1.1 200"), "an idle kept-alive connection answered, then closed");
         } finally {
             for (Socket s : half)
                 s.close();

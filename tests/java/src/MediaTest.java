@@ -86,7 +86,8 @@ public final class MediaTest extends Checks {
         Object[][] unicode = {{"", StandardCharsets.UTF_8}, {"\uFEFF", StandardCharsets.UTF_8},
                 {"\uFEFF", StandardCharsets.UTF_16LE}, {"\uFEFF", StandardCharsets.UTF_16BE}};
         for (Object[] u : unicode)
-            equal(text, WebVtt.decode((u[0] + text).getBytes((Charset) u[1]), "ISO-8859-1"), u[1] + (u[0].equals("") ? "" : " by its mark"));
+            equal(text, WebVtt.decode((u[0] + text).getBytes((Charset) u[1]), "ISO-8859-1"),
+                    u[1] + (u[0].equals("") ? "" : " by its mark"));
         equal("caf\u00e9", WebVtt.decode("caf\u00e9".getBytes(StandardCharsets.ISO_8859_1), "no-such-charset"),
                 "an unknown default falls back to Latin-1");
     }
