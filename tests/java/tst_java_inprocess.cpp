@@ -97,19 +97,11 @@ void TestJavaInProcess::serverRunsAndCallsBackThroughTheNatives()
     m_env->CallStaticVoidMethod(m_control, control("setDefaultPort", "(I)V"), 0);
     const jint port = m_env->CallStaticIntMethod(m_control, control("startServer", "()I"));
     QVERIFY(port > 0 && m_env->CallStaticBooleanMethod(m_control, control("serverRunning", "()Z")));
-    auto log = static_cast<jstring>(m_env->CallStaticObjectMethod(
-        m_control, control("getLog", "(Ljava/lang/String;)Ljava/lang/String;"), m_env->NewStringUTF("remote")));
-    const char *chars = log ? m_env->GetStringUTFChars(log, nullptr) : nullptr;
-    const QByteArray text(chars);
-    if (chars)
-        m_env->ReleaseStringUTFChars(log, chars);
-    QVERIFY(text.contains("Server started on port " + QByteArray::number(port)));
 
     // Java calls the natives from its own threads.
     QTRY_VERIFY(g_updates > 0);
     QCOMPARE(g_updatesOffMainThread.load(), g_updates.load());
     QTRY_VERIFY(m_env->CallBooleanMethod(state(), stateGetter("isTestConnectionVisible", "()Z")));
-    QCOMPARE(m_env->CallIntMethod(state(), stateGetter("getPort", "()I")), port);
     m_env->CallStaticVoidMethod(m_remote, remote("testConnection", "()V"));
     QTRY_VERIFY(g_testResults > 0);
     QVERIFY(g_lastTestPassed);

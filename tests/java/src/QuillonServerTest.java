@@ -82,7 +82,8 @@ public final class QuillonServerTest extends Checks {
         check(!ServerControl.serverRunning() && refuses(port), "stopped and closed after stopServer");
         int again = ServerControl.startServer();
         check(again > 0 && ServerControl.serverRunning(), "restart after a stop");
-        check(ServerControl.getLog("remote").contains("Server stopped"), "stop logged");
+        String log = ServerControl.getLog("remote");
+        check(log.contains("Server started on port " + port) && log.contains("Server stopped"), "start and stop logged");
         ServerControl.quit();
         check(!ServerControl.serverRunning() && refuses(again), "quit stops the server");
     }
