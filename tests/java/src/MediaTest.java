@@ -155,7 +155,6 @@ public final class MediaTest extends Checks {
 
     static void testFfprobeAnswersAndDirectPlay() {
         MediaInfo i = MediaInfo.fromFfprobe(PROBE);
-        check(i != null, "parsed");
         equal(3600.25, i.duration, "duration from the format");
         check(i.width == 1920 && i.height == 1080 && "hevc".equals(i.videoCodec) && "eac3".equals(i.audioCodec),
                 "first real video and first audio: " + i);
