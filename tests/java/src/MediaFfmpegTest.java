@@ -37,11 +37,9 @@ final class MediaFfmpegTest extends Checks {
 
     /** 60 s of 320x240 at 10 frames a second with a tone: ten segments, quick to make and convert. */
     static synchronized Path clip() throws Exception {
-        if (clip == null) {
-            clip = MediaTest.temp.resolve("clip.mp4");
-            ffmpeg("-f", "lavfi", "-i", "testsrc=size=320x240:rate=10", "-f", "lavfi", "-i", "sine=frequency=440",
-                    "-t", "60", "-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac", clip.toString());
-        }
+        if (clip == null)
+            clip = ffmpeg("-f", "lavfi", "-i", "testsrc=size=320x240:rate=10", "-f", "lavfi", "-i", "sine=frequency=440",
+                    "-t", "60", "-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac", MediaTest.temp + "/clip.mp4");
         return clip;
     }
 

@@ -296,12 +296,11 @@ public final class MediaServerTest extends Checks {
                 List.of(clip.get("stream"), clip.get("hls"), clip.get("thumbnail")), "stream, hls and thumbnail urls");
         equal((double) Files.size(movies.resolve("Clip One.mp4")), clip.get("size"), "size");
         equal(Boolean.TRUE, clip.get("directPlay"), "mp4 plays directly");
-        String deep = (String) list(top, "folders").get(0).get("id");
-        Map<String, Object> deepDoc = json("/api/sections/" + sections.get(0).get("id") + "/" + deep);
+        String deep = (String) list(top, "folders").get(0).get("id"), moviesPath = "/api/sections/" + top.get("id") + "/";
+        Map<String, Object> deepDoc = json(moviesPath + deep);
         equal(List.of("deeper"), names(deepDoc, "folders"), "any depth");
         String deeper = (String) list(deepDoc, "folders").get(0).get("id");
-        equal(List.of("b"), names(json("/api/sections/" + sections.get(0).get("id") + "/" + deeper), "items"),
-                "video two levels down");
+        equal(List.of("b"), names(json(moviesPath + deeper), "items"), "video two levels down");
         equal(404, send("GET", "/api/sections/" + sections.get(1).get("id") + "/" + deep).statusCode(),
                 "a folder only under its own section");
 
