@@ -1,6 +1,6 @@
 // The facade in a process that starts with saved settings, the wish
 // "serverRunning" NO among them. What each setter stores is tst_server_fresh's,
-// that stored values cross processes tst_platform's.
+// that stored values are read back from the file tst_platform's.
 #include "LogCapture.h"
 #include "ServerTestSupport.h"
 #include "bridge/JNIServer.h"
