@@ -10,7 +10,6 @@
 #include <QPointer>
 #include <QProgressBar>
 #include <QSaveFile>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTreeView>
 #include <QtTest>
@@ -120,8 +119,6 @@ private slots:
     {
         QWidget placeholder;
         ITunesPlaylistsController controller(&placeholder);
-        QSignalSpy loading(&controller, &ITunesPlaylistsController::loadingChanged);
-        QSignalSpy resets(controller.model(), &QAbstractItemModel::modelReset);
 
         // The first load waits for its document, so the second one answers first and
         // ends the loading; the older answer then still replaces the tree.
@@ -131,9 +128,7 @@ private slots:
         controller.reload();
         QTRY_VERIFY_WITH_TIMEOUT(!controller.loading(), kAnswerTimeout);
         QCOMPARE(describe(controller.playlists()), u"O:Other"_s);
-        QCOMPARE(loading.size(), 2);
         feed(u"slow"_s, kLibrary);
-        QCOMPARE(resets.size(), 2);
         QCOMPARE(shown(controller.model()), u"Top[Folder[Deep],Empty folder],Leaf"_s);
         QVERIFY(!controller.loading());
 

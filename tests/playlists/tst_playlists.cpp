@@ -156,11 +156,9 @@ private slots:
         SystemLog::setSink([&logged](const QString &line) { logged << line; });
 
         bool delivered = false;
-        int signalCount = 0;
         std::optional<QList<Playlist>> result;
         QPointer<ITunes> loader = new ITunes;
         const auto guard = qScopeGuard([&loader] { delete loader; });
-        connect(loader, &ITunes::playlistsLoaded, loader, [&signalCount] { ++signalCount; });
         loader->setCallback([&](const std::optional<QList<Playlist>> &playlists) {
             QVERIFY(!delivered);
             delivered = true;
@@ -169,7 +167,6 @@ private slots:
         loader->loadPlaylists();
         QVERIFY(!delivered); // never answered from inside the call
         QTRY_VERIFY_WITH_TIMEOUT(delivered, 30000);
-        QCOMPARE(signalCount, 1);
         QCOMPARE(describe(result), expected);
         QCOMPARE(logged, log);
         QTRY_VERIFY_WITH_TIMEOUT(loader.isNull(), 5000);
