@@ -169,7 +169,6 @@ private slots:
         QCOMPARE(readFile(appFolder() + u"/conversion-folders.txt"_s),
                  QByteArray(" { \"folders\" : [ { \"name\" : \"Inbox\", \"id\" : \"/srv/inbox\", \"folderId\" : \"c1\"\n},  "
                             "{ \"name\" : \"No path\"\n}]\n}"));
-        QVERIFY(!QFileInfo::exists(Folder::foldersFileName()));
         QCOMPARE(ConversionFolder::loadFolders(),
                  (QList<ConversionFolder>{a, folder<ConversionFolder>(u"No path"_s, 0, QString(), QString())}));
 
