@@ -14,13 +14,13 @@ namespace {
 const QString kProgram = QStringLiteral("/opt/quillon/bin/quillon-server");
 
 // The modification time and content of each file, and under "." the folder's
-// own time, so that any write, new file or removal shows. `age` first pushes
-// the times into the past: a write within the same clock tick still shows.
-QMap<QString, QByteArray> folderState(const QString &folder, bool age = false)
+// own time (unless `files` alone), so that any write, new file or removal shows.
+// `age` first pushes the times into the past: a write within the same clock tick still shows.
+QMap<QString, QByteArray> folderState(const QString &folder, bool age = false, bool files = false)
 {
     QMap<QString, QByteArray> state;
     const QDir dir(folder);
-    for (const QString &name : dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotDot)) {
+    for (const QString &name : dir.entryList(QDir::AllEntries | QDir::Hidden | (files ? QDir::NoDotAndDotDot : QDir::NoDotDot))) {
         QFile file(dir.filePath(name));
         const struct timespec past[2] = {{1000000000, 0}, {1000000000, 0}};
         if (age)
@@ -57,7 +57,7 @@ private slots:
     {
         m_dir.emplace();
         m_folder = m_dir->filePath(QStringLiteral("autostart"));
-        QVERIFY(m_dir->isValid());
+        QVERIFY(m_dir->isValid() && QDir().mkpath(m_folder));
         StartAtLogin::setAutostartFolder(m_folder);
         StartAtLogin::setProgramPath(kProgram);
     }
@@ -77,6 +77,7 @@ private slots:
     // folder nobody may write into (root included). Enabling fails.
     void noListToWriteTo()
     {
+        QVERIFY(QDir(m_folder).removeRecursively());
         QVERIFY(!StartAtLogin::startOnLogin() && StartAtLogin::setStartOnLogin(false)); // nothing to remove
         QVERIFY(!StartAtLogin::setStartOnLogin(true) && !QFileInfo::exists(m_folder));
         write(QString(), entryFor(kProgram));
@@ -88,7 +89,6 @@ private slots:
 
     void addsOneEntryAndLeavesOthersAlone()
     {
-        QVERIFY(QDir().mkpath(m_folder));
         write("a-editor.desktop", entryFor("/usr/bin/editor --minimized %U", "Hidden=true\n"));
         write("notes.txt", "not an entry\n");
         write("quillon-server.desktop", entryFor("/usr/bin/quillon-server")); // another install
@@ -97,15 +97,13 @@ private slots:
         write("slash.desktop", entryFor(kProgram + QLatin1Char('/')));
         write("dots.desktop", entryFor("/opt/quillon/bin/../bin/quillon-server"));
         const auto before = folderState(m_folder, true);
-        auto others = before;
-        others.remove(QStringLiteral("."));
+        const auto others = folderState(m_folder, false, true);
         QVERIFY(!StartAtLogin::startOnLogin() && StartAtLogin::setStartOnLogin(false)); // already off: nothing written
         QCOMPARE(folderState(m_folder), before);
         QVERIFY(StartAtLogin::setStartOnLogin(true) && StartAtLogin::startOnLogin());
         QCOMPARE(StartAtLogin::entries(m_folder).size(), 6); // the text file is none
-        auto after = folderState(m_folder);
+        auto after = folderState(m_folder, false, true);
         const QString text = QString::fromUtf8(after.take(QStringLiteral("quillon-server-2.desktop")));
-        after.remove(QStringLiteral("."));
         QCOMPARE(after, others);
         QVERIFY(text.contains(QStringLiteral("[Desktop Entry]\nType=Application\n")));
         QVERIFY(text.contains(QStringLiteral("\nHidden=false\n")));
@@ -117,9 +115,7 @@ private slots:
         QVERIFY(StartAtLogin::setStartOnLogin(true));
         QCOMPARE(folderState(m_folder), enabled);
         QVERIFY(StartAtLogin::setStartOnLogin(false) && !StartAtLogin::startOnLogin());
-        auto disabled = folderState(m_folder);
-        disabled.remove(QStringLiteral("."));
-        QCOMPARE(disabled, others);
+        QCOMPARE(folderState(m_folder, false, true), others);
     }
 
     void duplicateEntries()
@@ -127,7 +123,6 @@ private slots:
         // Entries that differ in "launch hidden": one removal takes every entry
         // equal to the last match, whatever else differs, and the program
         // still starts at login through the others.
-        QVERIFY(QDir().mkpath(m_folder));
         write("other.desktop", entryFor("/usr/bin/other"));
         write("a.desktop", entryFor(kProgram, "X-Quillon-Hide=true\n"));
         write("b.desktop", entryFor(kProgram, "Name=Renamed\n"));
@@ -157,7 +152,6 @@ private slots:
     {
         QFETCH(QByteArray, switches);
         QFETCH(QByteArray, enabled);
-        QVERIFY(QDir().mkpath(m_folder));
         const QByteArray action = "[Desktop Action x]\nHidden=true\n";
         write("mine.desktop", entryFor(kProgram + " --tray", switches) + action);
         write("other.desktop", entryFor("/usr/bin/other", switches));
@@ -176,7 +170,6 @@ private slots:
 
     void brokenFilesAreNotEntries()
     {
-        QVERIFY(QDir().mkpath(m_folder));
         const QByteArray exec = "Exec=" + kProgram.toUtf8() + "\n";
         write("1-nogroup.desktop", exec);
         write("2-othergroup.desktop", "[Desktop Action Play]\n" + exec + "[Desktop Entry]\nName=X\n");
@@ -214,7 +207,6 @@ void TestStartAtLogin::execValues()
 
     QCOMPARE(StartAtLogin::execValueFor("/my apps/x"), QStringLiteral("\"/my apps/x\""));
     QCOMPARE(StartAtLogin::execValueFor(R"(/a\b$c)"), QStringLiteral(R"("/a\\\\b\\$c")"));
-    QVERIFY(QDir().mkpath(m_folder));
     for (const char *utf8 : {"/home/zoë/My Apps/🎬/100%/%U/tab\there/new\nline",
                              R"(/odd/"quoted"/back\slash/$HOME/`tick`/semi;colon/amp&/(paren)/#hash/'single')"}) {
         const QString path = QString::fromUtf8(utf8);
