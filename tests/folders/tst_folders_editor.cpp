@@ -87,14 +87,6 @@ QStringList selected(FoldersEditor *editor)
     return names << editor->tableView()->currentIndex().data().toString();
 }
 
-void whenModal(const std::function<void(QWidget *)> &answer)
-{
-    QTimer::singleShot(0, [answer] {
-        QTRY_VERIFY(QApplication::activeModalWidget());
-        answer(QApplication::activeModalWidget());
-    });
-}
-
 }
 
 class TestFoldersEditor : public QObject
@@ -102,14 +94,9 @@ class TestFoldersEditor : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        // No server jar: the picker's playlist load fails at once.
-        Resources::setFolder(m_resources.path());
-    }
-
     void init()
     {
+        Resources::setFolder(m_resources.path()); // no server jar: the picker's playlist load fails at once
         m_home = std::make_unique<QTemporaryDir>();
         qputenv("HOME", QFile::encodeName(m_home->path()));
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home->filePath(u"config"_s)));
@@ -205,18 +192,15 @@ private slots:
     {
         seed({u"A"_s, u"B"_s}, {u"A"_s, u"B"_s});
         const QString folder = makeDir(u"F"_s);
-        std::vector<std::unique_ptr<QMimeData>> all;
-        all.push_back(rowsData(u"TarnwickServerRows"_s, {0}));
-        all.push_back(rowsData(u"QuillonServerConversionFolderRows"_s, {0}));
-        all.push_back(filesData({folder}));
-        all.push_back(playlistsData({playlist(u"P"_s, u"P"_s)}));
+        const std::unique_ptr<QMimeData> all[] = {rowsData(u"TarnwickServerRows"_s, {0}), rowsData(u"QuillonServerConversionFolderRows"_s, {0}),
+                                                  filesData({folder}), playlistsData({playlist(u"P"_s, u"P"_s)})};
         for (const auto &data : all) { // onto a row rather than between rows
             QCOMPARE(m_shared->validateDrop(data.get(), 1, Drop::On), Qt::IgnoreAction);
             QVERIFY(!m_shared->acceptDrop(data.get(), 1, Drop::On));
         }
         // The other table's rows and playlists are strangers here.
         for (int i : {0, 3})
-            QCOMPARE(m_conversion->validateDrop(all[size_t(i)].get(), 1, Drop::Above), Qt::IgnoreAction);
+            QCOMPARE(m_conversion->validateDrop(all[i].get(), 1, Drop::Above), Qt::IgnoreAction);
         QCOMPARE(m_shared->validateDrop(all[1].get(), 1, Drop::Above), Qt::IgnoreAction);
         QVERIFY(m_conversion->acceptDrop(all[3].get(), 1, Drop::Above)); // taken, and nothing done
         QCOMPARE(m_conversion->validateDrop(filesData({m_home->filePath(u"gone"_s)}).get(), 1, Drop::Above),
@@ -263,8 +247,9 @@ private slots:
     {
         seed({u"A"_s, u"B"_s, u"C"_s, u"D"_s}, {u"A"_s});
         const QString chosen = makeDir(u"Chosen"_s);
-        whenModal([&](QWidget *dialog) {
-            auto *files = qobject_cast<QFileDialog *>(dialog);
+        QTimer::singleShot(0, [&] {
+            QTRY_VERIFY(QApplication::activeModalWidget());
+            auto *files = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
             QVERIFY(files && files->fileMode() == QFileDialog::Directory);
             files->setDirectory(m_home->path());
             files->selectFile(u"Chosen"_s);
