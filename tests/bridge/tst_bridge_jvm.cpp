@@ -210,8 +210,7 @@ private slots:
         QFETCH(bool, receiver);
         auto target = std::make_unique<QObject>();
         server()->setTarget(target.get());
-        int updates = 0;
-        int offMainThread = 0;
+        int updates = 0, offMainThread = 0;
         server()->setUpdateSelector([&] {
             offMainThread += QThread::currentThread() != qApp->thread();
             ++updates;
