@@ -7,8 +7,6 @@
 #include "platform/ProductWebsite.h"
 #include "platform/Resources.h"
 
-#include <QDir>
-#include <QThread>
 #include <QtTest>
 
 namespace {

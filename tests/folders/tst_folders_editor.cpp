@@ -7,13 +7,8 @@
 #include "playlists/ITunesPlaylistsController.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QFileDialog>
-#include <QMimeData>
 #include <QPushButton>
-#include <QTemporaryDir>
-#include <QTimer>
-#include <QUrl>
 #include <QVBoxLayout>
 #include <QtTest>
 
@@ -228,8 +223,7 @@ private slots:
         // A rename is taken as typed, even when another row has the name.
         QAbstractItemModel *model = m_shared->tableView()->model();
         QVERIFY(model->setData(model->index(1, 0), u"a"_s));
-        QTRY_COMPARE(Folder::loadFolders().at(1).name(), u"a"_s);
-        QCOMPARE(model->index(1, 0).data(), QVariant(u"a"_s));
+        QTRY_COMPARE(Folder::loadFolders().at(1).name(), u"a"_s); // the view shows a rename: selectionStaysOnItsRecords
         m_shared->setObjectValue(u""_s, u"type"_s, 0);
         QCOMPARE(names(m_shared), (QStringList{u""_s, u"a"_s}));
         QVERIFY(model->flags(model->index(0, 0)) & Qt::ItemIsEditable);

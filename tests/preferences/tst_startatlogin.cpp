@@ -1,7 +1,5 @@
 #include "preferences/StartAtLogin.h"
 
-#include <QDir>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <optional>

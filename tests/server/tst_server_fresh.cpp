@@ -7,7 +7,6 @@
 #include "platform/DelayedCall.h"
 #include "server/PasswordDigest.h"
 
-#include <QSignalSpy>
 
 using namespace ServerTest;
 
