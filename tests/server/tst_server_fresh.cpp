@@ -75,7 +75,7 @@ private slots:
     }
 
     // A start refused for its port says why until the server runs or the
-    // user stops it; only a start the user asked for is announced.
+    // user stops it (its text is the shell test's); only a start the user asked for is announced.
     void refusedStartSaysWhy()
     {
         QSignalSpy announced(server(), &Server::requestedStartFailed);
@@ -85,7 +85,6 @@ private slots:
         store().setBool(true, "serverRunning");
         server()->checkUserDefaults(); // the start at launch: not asked for
         server()->setRunning(true);
-        QCOMPARE(server()->startFailure(), QStringLiteral("Port 45631 is in use by another program."));
         QVERIFY(!server()->isRunning());
         QCOMPARE(announced.count(), 1);
         QCOMPARE(changed.count(), 1);
