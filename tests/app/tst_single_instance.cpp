@@ -48,14 +48,6 @@ struct Launch {
         process.start(QStringLiteral(QUILLON_PROGRAM), {});
     }
 
-    bool waitFor(const QString &text)
-    {
-        QDeadlineTimer deadline(60000);
-        while (!log().contains(text) && !deadline.hasExpired() && process.state() != QProcess::NotRunning)
-            process.waitForReadyRead(100);
-        return log().contains(text);
-    }
-
     bool endsCleanly()
     {
         process.waitForFinished(30000);
@@ -96,7 +88,7 @@ private slots:
             QElapsedTimer clock;
             clock.start();
             Launch crashed(user);
-            QVERIFY2(crashed.waitFor(kStarted), qPrintable(crashed.log()));
+            QTRY_VERIFY2_WITH_TIMEOUT(crashed.log().contains(kStarted), qPrintable(crashed.text), 60000);
             m_startUpMs = clock.elapsed();
             QVERIFY(crashed.signal(SIGKILL));
             QVERIFY(!crashed.endsCleanly());
@@ -121,7 +113,8 @@ private slots:
                 running = launch.get();
             }
         }
-        QVERIFY(running && running->waitFor(kStarted));
+        QVERIFY(running);
+        QTRY_VERIFY_WITH_TIMEOUT(running->log().contains(kStarted), 60000);
         QTRY_COMPARE_WITH_TIMEOUT(running->log().count(QLatin1String("Preferences window requested by another launch")),
                                   9, 30000);
 
@@ -136,7 +129,7 @@ private slots:
         User user;
         QVERIFY(QDir().mkpath(user.socket() + QStringLiteral("/in-the-way")));
         Launch first(user);
-        QVERIFY2(first.waitFor(kStarted), qPrintable(first.log()));
+        QTRY_VERIFY2_WITH_TIMEOUT(first.log().contains(kStarted), qPrintable(first.text), 60000);
         QVERIFY(first.log().contains(QStringLiteral("Cannot listen for other launches on ") + user.socket()));
 
         Launch second(user);
