@@ -343,6 +343,22 @@ private slots:
         QTRY_VERIFY(!w.controller); // closed, without a second sheet
         QVERIFY(!defaults().contains(kSkip));
         QCOMPARE(g_tabEvents, QStringList({"conversion.windowWillClose"}));
+
+        // The warning comes once per opening, a stored NO included; Escape ends
+        // the sheet like its button, and its check box turns it off for good.
+        defaults().setBool(false, kSkip);
+        w = Window();
+        w.window->close();
+        auto *skip = w.find<QCheckBox>("skipCloseWarningCheckBox");
+        QVERIFY(skip->isVisible());
+        QCOMPARE(skip->text(), QStringLiteral("Don't show this again"));
+        skip->setChecked(true);
+        QTest::keyClick(w.main->closeSheet(), Qt::Key_Escape);
+        QTRY_VERIFY(!w.controller);
+        QCOMPARE(defaults().objectForKey(kSkip), QVariant(true));
+        w = Window();
+        w.window->close();
+        QTRY_VERIFY(!w.controller); // at once
         MainWindowController::clearTabSetups();
     }
 
@@ -364,25 +380,6 @@ private slots:
         QCOMPARE(m_log.count(QStringLiteral("Shared Folder Controller awakeFromNib")), 2);
         QVERIFY(w.close());
         MainWindowController::clearTabSetups();
-    }
-
-    // The close warning once per opening, a stored NO included; Escape ends
-    // the sheet like its button, and its check box turns it off for good.
-    void closeWarning()
-    {
-        defaults().setBool(false, kSkip);
-        Window w;
-        w.window->close();
-        auto *skip = w.find<QCheckBox>("skipCloseWarningCheckBox");
-        QVERIFY(skip->isVisible());
-        QCOMPARE(skip->text(), QStringLiteral("Don't show this again"));
-        skip->setChecked(true);
-        QTest::keyClick(w.main->closeSheet(), Qt::Key_Escape);
-        QTRY_VERIFY(!w.controller);
-        QCOMPARE(defaults().objectForKey(kSkip), QVariant(true));
-        w = Window();
-        w.window->close();
-        QTRY_VERIFY(!w.controller); // at once
     }
 
     void passwordSheet()
