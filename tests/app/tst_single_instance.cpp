@@ -91,7 +91,6 @@ private slots:
             QTRY_VERIFY2_WITH_TIMEOUT(crashed.log().contains(kStarted), qPrintable(crashed.text), 60000);
             m_startUpMs = clock.elapsed();
             QVERIFY(crashed.signal(SIGKILL));
-            QVERIFY(!crashed.endsCleanly());
         }
         QVERIFY(QFileInfo::exists(user.socket()) && QFileInfo::exists(user.lock()));
 
