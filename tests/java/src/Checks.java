@@ -1,4 +1,6 @@
 import java.lang.reflect.*;
+import java.net.URI;
+import java.net.http.*;
 import java.nio.file.*;
 import java.util.*;
 import java.util.concurrent.TimeUnit;
@@ -82,6 +84,18 @@ class Checks {
             }
             check(System.currentTimeMillis() < end, "timed out waiting for " + what + (last == null ? "" : ": " + last));
         }
+    }
+
+    static final HttpClient client = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
+            .connectTimeout(java.time.Duration.ofSeconds(3)).build();
+
+    /** A request to the loopback server on the port, with header name and value pairs. */
+    static HttpResponse<byte[]> send(int port, String method, String path, String... headers) throws Exception {
+        HttpRequest.Builder b = HttpRequest.newBuilder(URI.create("http://127.0.0.1:" + port + path))
+                .timeout(java.time.Duration.ofSeconds(5)).method(method, HttpRequest.BodyPublishers.noBody());
+        for (int i = 0; i < headers.length; i += 2)
+            b.header(headers[i], headers[i + 1]);
+        return client.send(b.build(), HttpResponse.BodyHandlers.ofByteArray());
     }
 
     /** Runs a command to its end; its exit code and trimmed output as "code:output". */

@@ -21,7 +21,6 @@ public final class MediaServerTest extends Checks {
             "/hls/%s/index.m3u8", "/hls/%s/0.ts", "/thumbnails/%s.jpg", "/subtitles/%s/0.vtt"};
     static Path app, shared, outside;
     static int port;
-    static final HttpClient client = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1).connectTimeout(java.time.Duration.ofSeconds(3)).build();
 
     public static void main(String[] args) throws Exception {
         Path root = Files.createTempDirectory("quillon-media-test");
@@ -45,11 +44,7 @@ public final class MediaServerTest extends Checks {
 
 
     static HttpResponse<byte[]> send(String method, String path, String... headers) throws Exception {
-        HttpRequest.Builder b = HttpRequest.newBuilder(URI.create("http://127.0.0.1:" + port + path))
-                .timeout(java.time.Duration.ofSeconds(5)).method(method, HttpRequest.BodyPublishers.noBody());
-        for (int i = 0; i < headers.length; i += 2)
-            b.header(headers[i], headers[i + 1]);
-        return client.send(b.build(), HttpResponse.BodyHandlers.ofByteArray());
+        return send(port, method, path, headers);
     }
 
     static String header(HttpResponse<?> r, String name) {
@@ -213,9 +208,8 @@ public final class MediaServerTest extends Checks {
         equal(206, send("GET", "/media/" + id, "Authorization", good, "Range", "bytes=0-0").statusCode(), "media with it");
         // The web player's own files hold no library data: they load without it, so that the
         // page can say a password is needed; anything else there still asks.
-        for (String path : new String[] {"/", "/index.html", "/app.js", "/style.css"}) {
+        for (String path : new String[] {"/", "/index.html", "/app.js", "/style.css"})
             equal(200, send("GET", path).statusCode(), path + " of the web player without a password");
-        }
         equal(401, send("POST", "/").statusCode(), "POST / without a password");
         equal(401, send("GET", "/nothing.js").statusCode(), "an unknown file without a password");
         // An empty password has the unsalted digest of nothing; no digest asks for none.
@@ -354,37 +348,35 @@ public final class MediaServerTest extends Checks {
         writeFolders(entry("Routes", "DiskFolder", dir));
         waitFor(() -> list(section("Routes"), "items").stream().allMatch(i -> i.get("duration") != null)
                 && list(section("Routes"), "items").size() == 3, 15000, "metadata probed in the background");
-        Map<String, String> ids = new HashMap<>();
-        for (Map<String, Object> item : list(section("Routes"), "items"))
-            ids.put((String) item.get("name"), (String) item.get("id"));
-        Map<String, Object> a = named(list(section("Routes"), "items"), "a");
+        List<Map<String, Object>> items = list(section("Routes"), "items");
+        Map<String, Object> a = named(items, "a");
         equal(160.0, a.get("width"), "width from ffprobe");
         equal("h264", a.get("videoCodec"), "codec from ffprobe");
         List<Map<String, Object>> subs = list(a, "subtitles");
         equal(1, subs.size(), "the sidecar listed");
-        equal("/subtitles/" + ids.get("a") + "/0.vtt", subs.get(0).get("url"), "subtitle url");
+        equal("/subtitles/" + a.get("id") + "/0.vtt", subs.get(0).get("url"), "subtitle url");
 
-        HttpResponse<byte[]> vtt = expect(200, "text/vtt", "/subtitles/" + ids.get("a") + "/0.vtt");
+        HttpResponse<byte[]> vtt = expect(200, "text/vtt", "/subtitles/" + a.get("id") + "/0.vtt");
         String text = new String(vtt.body(), StandardCharsets.UTF_8);
         check(text.startsWith("WEBVTT") && text.contains("Hello"), "WebVTT text: " + text);
-        equal(404, send("GET", "/subtitles/" + ids.get("a") + "/1.vtt").statusCode(), "no second track");
+        equal(404, send("GET", "/subtitles/" + a.get("id") + "/1.vtt").statusCode(), "no second track");
 
-        HttpResponse<byte[]> jpeg = expect(200, "image/jpeg", "/thumbnails/" + ids.get("a") + ".jpg");
+        HttpResponse<byte[]> jpeg = expect(200, "image/jpeg", "/thumbnails/" + a.get("id") + ".jpg");
         check(jpeg.body().length > 100 && (jpeg.body()[0] & 0xff) == 0xff && (jpeg.body()[1] & 0xff) == 0xd8, "a JPEG");
 
-        HttpResponse<byte[]> m3u8 = expect(200, "application/vnd.apple.mpegurl", "/hls/" + ids.get("a") + "/index.m3u8");
+        HttpResponse<byte[]> m3u8 = expect(200, "application/vnd.apple.mpegurl", "/hls/" + a.get("id") + "/index.m3u8");
         check(new String(m3u8.body(), StandardCharsets.UTF_8).contains("0.ts"), "relative segment names");
-        HttpResponse<byte[]> ts = expect(200, "video/mp2t", "/hls/" + ids.get("a") + "/0.ts");
+        HttpResponse<byte[]> ts = expect(200, "video/mp2t", "/hls/" + a.get("id") + "/0.ts");
         check(ts.body().length > 188 && ts.body()[0] == 0x47, "an MPEG-TS segment");
-        equal(404, send("GET", "/hls/" + ids.get("a") + "/999.ts").statusCode(), "segment past the end");
+        equal(404, send("GET", "/hls/" + a.get("id") + "/999.ts").statusCode(), "segment past the end");
 
-        equal(200, send("GET", "/hls/" + ids.get("b") + "/index.m3u8").statusCode(), "second conversion");
-        HttpResponse<byte[]> busy = send("GET", "/hls/" + ids.get("c") + "/0.ts");
+        equal(200, send("GET", "/hls/" + named(items, "b").get("id") + "/index.m3u8").statusCode(), "second conversion");
+        HttpResponse<byte[]> busy = send("GET", "/hls/" + named(items, "c").get("id") + "/0.ts");
         equal(503, busy.statusCode(), "a third conversion waits");
         equal("10", header(busy, "Retry-After"), "retry advice");
         ServerControl.stopServer();
         port = ServerControl.startServer();
-        equal(200, send("GET", "/hls/" + ids.get("c") + "/0.ts").statusCode(), "room again after a stop");
+        equal(200, send("GET", "/hls/" + named(items, "c").get("id") + "/0.ts").statusCode(), "room again after a stop");
     }
 
     /** A large folder file is shown a page at a time, and the API streams every section. */

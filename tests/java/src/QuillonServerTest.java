@@ -5,7 +5,7 @@ import java.io.*;
 import java.lang.invoke.MethodType;
 import java.lang.reflect.*;
 import java.net.*;
-import java.net.Proxy;
+import java.net.http.HttpResponse;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.*;
 import java.text.Collator;
@@ -28,19 +28,8 @@ public final class QuillonServerTest extends Checks {
     }
 
 
-    /** The status of a GET; its body goes to lastBody. */
-    static String lastBody;
-
-    static int get(int port, String path) throws IOException {
-        HttpURLConnection c = (HttpURLConnection) new URL("http", "127.0.0.1", port, path).openConnection(Proxy.NO_PROXY);
-        c.setConnectTimeout(3000);
-        c.setReadTimeout(3000);
-        int status = c.getResponseCode();
-        try (InputStream in = status < 400 ? c.getInputStream() : c.getErrorStream()) {
-            lastBody = in == null ? "" : new String(in.readAllBytes(), StandardCharsets.UTF_8);
-        }
-        c.disconnect();
-        return status;
+    static int get(int port, String path) throws Exception {
+        return send(port, "GET", path).statusCode();
     }
 
     static boolean refuses(int port) {
@@ -71,10 +60,12 @@ public final class QuillonServerTest extends Checks {
         check(port > 0 && ServerControl.serverRunning(), "start returns the bound port, got " + port);
         equal(port, ServerControl.startServer(), "a second start keeps the port");
 
-        equal(200, get(port, "/status"), "status page");
-        check(lastBody.contains("running on port " + port) && lastBody.contains("Box &amp; &quot;Co&quot;")
-                && lastBody.contains("Movies &lt;HD&gt;") && lastBody.contains("/srv/movies")
-                && lastBody.contains("Road trip (playlist)"), "page shows port, escaped name and folders: " + lastBody);
+        HttpResponse<byte[]> status = send(port, "GET", "/status");
+        String page = new String(status.body(), StandardCharsets.UTF_8);
+        equal(200, status.statusCode(), "status page");
+        check(page.contains("running on port " + port) && page.contains("Box &amp; &quot;Co&quot;")
+                && page.contains("Movies &lt;HD&gt;") && page.contains("/srv/movies")
+                && page.contains("Road trip (playlist)"), "page shows port, escaped name and folders: " + page);
         equal(404, get(port, "/nothing-here"), "unknown path");
 
         ServerControl.stopServer();
@@ -169,9 +160,11 @@ public final class QuillonServerTest extends Checks {
         }
     }
 
-    /** Waits for the stand-in converter whose pid the file holds to be gone. */
-    static void converterEnds(Path pidFile) throws Exception {
+    /** Empties the queue and waits for it to read as idle and the stand-in converter (pid in the file) to be gone. */
+    static void resetQueue(Path pidFile) throws Exception {
         long pid = Long.parseLong(Files.readString(pidFile).trim());
+        ServerControl.converterResetQueue();
+        waitFor(() -> IDLE_QUEUE.equals(ServerControl.getConverterQueueAsJSON()), 5000, "the queue to empty");
         waitFor(() -> !ProcessHandle.of(pid).map(ProcessHandle::isAlive).orElse(false), 5000, "the converter to end");
     }
 
@@ -199,9 +192,7 @@ public final class QuillonServerTest extends Checks {
                 "the first file at 50%, the second waiting");
         equal(0, scanAgain(), "a second scan adds nothing already queued");
 
-        ServerControl.converterResetQueue();
-        waitFor(() -> IDLE_QUEUE.equals(ServerControl.getConverterQueueAsJSON()), 5000, "the queue to empty");
-        converterEnds(pidFile);
+        resetQueue(pidFile);
         check(ServerControl.getLog("conversion").contains("Stopped converting"), "reset logged");
         equal(0, scanAgain(), "reset files are not queued again");
         File[] leftovers = appFolder.resolve("Converted").toFile().listFiles((d, n) -> n.contains("a-"));
@@ -211,9 +202,7 @@ public final class QuillonServerTest extends Checks {
         write(videos.resolve("later").resolve("c.mkv"), "x");
         String convertingC = "\"c.mkv\"}, \"conversionState\": {\"percentDone\": 50";
         waitFor(() -> ServerControl.getConverterQueueAsJSON().contains(convertingC), 4000, "the dropped file converting");
-        ServerControl.converterResetQueue();
-        waitFor(() -> IDLE_QUEUE.equals(ServerControl.getConverterQueueAsJSON()), 5000, "the queue to empty again");
-        converterEnds(pidFile);
+        resetQueue(pidFile);
 
         Path clip = ffmpeg("-f", "lavfi", "-i", "testsrc=duration=1:size=320x240:rate=10", "-c:v", "mpeg4",
                 Files.createDirectories(appFolder.resolve("clips")).resolve("clip.avi").toString());
