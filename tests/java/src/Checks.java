@@ -68,16 +68,12 @@ class Checks {
         throw new AssertionError(what + ": no " + type.getSimpleName());
     }
 
-    interface Condition {
-        boolean holds() throws Exception;
-    }
-
     /** Polls until the condition holds; a condition that throws does not hold yet. */
-    static void waitFor(Condition condition, long millis, String what) throws InterruptedException {
+    static void waitFor(java.util.concurrent.Callable<Boolean> condition, long millis, String what) throws InterruptedException {
         Throwable last = null;
         for (long end = System.currentTimeMillis() + millis;; Thread.sleep(20)) {
             try {
-                if (condition.holds())
+                if (condition.call())
                     return;
             } catch (Exception | AssertionError e) {
                 last = e;
