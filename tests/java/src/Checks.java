@@ -16,14 +16,10 @@ class Checks {
     }
 
     static void runTests(Step before, Step after, Class<?>... classes) {
-        List<Method> methods = new ArrayList<>();
-        for (Class<?> c : classes)
-            methods.addAll(Arrays.asList(c.getDeclaredMethods()));
-        methods.sort(Comparator.comparing(Method::getName));
+        List<Method> methods = Arrays.stream(classes).flatMap(c -> Arrays.stream(c.getDeclaredMethods()))
+                .filter(m -> m.getName().startsWith("test")).sorted(Comparator.comparing(Method::getName)).toList();
         int failures = 0;
         for (Method m : methods) {
-            if (!m.getName().startsWith("test"))
-                continue;
             long start = System.nanoTime();
             try {
                 before.run();
@@ -111,11 +107,17 @@ class Checks {
         return out;
     }
 
-    static void deleteTree(Path root) {
-        try (var paths = Files.walk(root)) {
-            paths.sorted(Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
-        } catch (java.io.IOException e) {
-            // a temporary folder left behind
-        }
+    /** A temporary folder, removed with all it holds when the process ends, after the given clean-up. */
+    static Path tempFolder(Runnable cleanUp) throws java.io.IOException {
+        Path root = Files.createTempDirectory("quillon-test");
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
+            cleanUp.run();
+            try (var paths = Files.walk(root)) {
+                paths.sorted(Comparator.reverseOrder()).forEach(p -> p.toFile().delete());
+            } catch (java.io.IOException e) {
+                // a temporary folder left behind
+            }
+        }));
+        return root;
     }
 }

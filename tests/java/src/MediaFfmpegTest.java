@@ -33,6 +33,7 @@ final class MediaFfmpegTest extends Checks {
     static void cleanUp() {
         for (MediaServices m : made)
             m.shutdown();
+        made.clear();
     }
 
     /** 60 s of 320x240 at 10 frames a second with a tone: ten segments, quick to make and convert. */
@@ -132,7 +133,6 @@ final class MediaFfmpegTest extends Checks {
             check(Files.size(media.live().segment("through", video, n)) > 0, "segment " + n);
         String log = logs.get(LogBook.LIVE_CONVERSION);
         equal(1, log.split("Started converting", -1).length - 1, "one ffmpeg from start to end: " + log);
-        media.stopLive();
     }
 
     static void testHlsEndOfFile() throws Exception {
@@ -147,7 +147,6 @@ final class MediaFfmpegTest extends Checks {
         double length = (Double) probe(last, "v:0").get("duration");
         check(Math.abs(length - 6.3) < 0.15, "the last segment holds the end of the file: " + length + " s");
         check(!Files.exists(last.resolveSibling("2.ts")), "no segment left beyond the playlist");
-        media.stopLive();
     }
 
     static void testFfmpegFailureLogged() throws Exception {
@@ -159,7 +158,6 @@ final class MediaFfmpegTest extends Checks {
         thrown(IOException.class, () -> media.live().segment("f", clip(), 0), "a segment from a failing ffmpeg");
         String log = logs.get(LogBook.LIVE_CONVERSION);
         check(log.contains("ffmpeg failed on") && log.contains("Unknown encoder boom"), "failure text logged: " + log);
-        media.stopLive();
     }
 
     static void testIdleConversionEnds() throws Exception {

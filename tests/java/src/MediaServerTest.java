@@ -23,16 +23,12 @@ public final class MediaServerTest extends Checks {
     static int port;
 
     public static void main(String[] args) throws Exception {
-        Path root = Files.createTempDirectory("quillon-media-test");
+        Path root = tempFolder(ServerControl::quit);
         app = Files.createDirectories(root.resolve("app"));
         shared = Files.createDirectories(root.resolve("shared videos"));
         outside = Files.createDirectories(root.resolve("outside"));
         ServerControl.init(app.toString());
         ServerControl.setDefaultPort(0);
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
-            ServerControl.quit();
-            deleteTree(root);
-        }));
         runTests(() -> {
             port = ServerControl.startServer();
             check(port > 0, "server started");
@@ -218,7 +214,6 @@ public final class MediaServerTest extends Checks {
         equal(401, send("GET", "/status", "Authorization", basic("me", "x")).statusCode(), "a password against none");
         ServerControl.setPasswordDigest(null);
         equal(200, send("GET", "/status").statusCode(), "no digest, no password");
-        equal("", ServerControl.getPasswordDigest(), "null digest reads as none");
     }
 
     static void testPathsNeverLeaveTheSharedFolders() throws Exception {

@@ -19,13 +19,9 @@ public final class MediaTest extends Checks {
             leaveAChild(Path.of(args[1]), args[2].equals("wait"));
             return;
         }
-        temp = Files.createTempDirectory("quillon-media-test");
+        temp = tempFolder(MediaFfmpegTest::cleanUp);
         System.setProperty(MediaSettings.CACHE_FOLDER_PROPERTY, temp.resolve("cache").toString());
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
-            MediaFfmpegTest.cleanUp();
-            deleteTree(temp);
-        }));
-        runTests(() -> { }, () -> { }, MediaTest.class, MediaFfmpegTest.class);
+        runTests(() -> { }, MediaFfmpegTest::cleanUp, MediaTest.class, MediaFfmpegTest.class);
     }
 
 
@@ -192,12 +188,10 @@ public final class MediaTest extends Checks {
         check(s.maxWidth() == 640 && s.maxHeight() == 360 && s.ffmpegPath().equals("/usr/bin/ffmpeg"), "converter");
         check(s.defaultCharset().equals("windows-1252") && s.preferredLanguages().equals(Arrays.asList("French", "German"))
                 && s.disableEmbeddedSubtitles() && s.fontFamily().equals("Serif") && s.fontSize() == 40, "subtitles");
-        check(ServerControl.getFontSize() == 40 && ServerControl.getDefaultCharset().equals("windows-1252")
-                && ServerControl.getFontFamilyName().equals("Serif")
-                && Arrays.equals(ServerControl.getPreferredLanguages(), new String[] {"French", "German"}), "getters");
-        equal("/usr/bin/ffprobe", s.ffprobePath(), "ffprobe beside ffmpeg");
+        check(ServerControl.getDefaultCharset().equals("windows-1252") && ServerControl.getFontFamilyName().equals("Serif"),
+                "the getters the controller reads back at start-up");
         ServerControl.setPreferredLanguages(null);
-        equal(0, ServerControl.getPreferredLanguages().length, "no preferred languages");
+        equal(List.of(), s.preferredLanguages(), "no preferred languages");
 
         Path conf = temp.resolve("QuillonServer.conf");
         s.setControllerSettingsFile(conf);

@@ -19,7 +19,7 @@ public final class QuillonServerTest extends Checks {
     private static Path appFolder;
 
     public static void main(String[] args) throws Exception {
-        appFolder = Files.createTempDirectory("quillon-server-test");
+        appFolder = tempFolder(ServerControl::quit);
         ServerControl.init(appFolder.toString());
         runTests(() -> { }, () -> {
             ServerControl.setPasswordDigest("");
