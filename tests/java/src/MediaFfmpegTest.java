@@ -169,7 +169,7 @@ final class MediaFfmpegTest extends Checks {
             freezeFfmpegs();
             check(!ffmpegs().isEmpty(), "ffmpeg still running (frozen) while nobody asks");
             // The line is written once ffmpeg is gone and the folder removed.
-            waitFor(() -> logs.get(LogBook.LIVE_CONVERSION).contains("nobody asked for it in 2 s"), 8000, "the idle end");
+            waitFor(() -> logs.get(LogBook.LIVE_CONVERSION).contains("nobody asked for it in 2 s\n"), 8000, "the idle end");
             long millis = (System.nanoTime() - start) / 1_000_000;
             check(ffmpegs().isEmpty(), "no ffmpeg left after the idle time");
             check(millis >= 1500, "not ended before the idle time: " + millis + " ms");
